@@ -1,0 +1,87 @@
+#pragma once
+
+// The byte-level protocol spoken with the radar module: frame envelope,
+// checksum, coordinates and the payload layouts of every request and
+// response. Plain functions, no I/O, so tests and the module simulator can
+// drive them with byte arrays.
+//
+// Frame: FF EE DD | length (2 bytes, big-endian, = payload + 1) | code |
+//        payload | 8-bit sum of code and payload | DD EE FF
+
+#include <QByteArray>
+#include <QList>
+#include <QPointF>
+#include <QRectF>
+#include <QString>
+
+#include <array>
+
+enum FunctionCode : quint8 {
+    SetBaudrate = 1,
+    SetTargetShowType = 2,
+    ReadTargetShowType = 3,
+    SetArea = 4,
+    RepealArea = 5,
+    ReadArea = 6,
+    TargetReport = 7,
+    TargetAreaReport = 8,
+    CancelAllArea = 10,
+};
+
+namespace frameformat {
+
+constexpr int kEnvelopeSize = 10;      // header + length + code + sum + tail
+constexpr int kMinResponseSize = 11;   // shortest frame the module sends
+constexpr int kReadAreaFrameSize = 40; // the module's code 6 response
+
+// Request frame for a function code and its payload (payload.size() + 10 bytes).
+QByteArray buildFrame(quint8 code, const QByteArray &payload);
+
+// Each byte as "%02X " (two upper-case hex digits and a space).
+QString hexDump(const QByteArray &bytes);
+
+// Byte at offset, or 0 when the offset lies outside the data.
+quint8 byteAt(const QByteArray &data, int offset);
+qint8 signedByteAt(const QByteArray &data, int offset);
+
+// Length field read with signed bytes: 256 * s(byte 3) + s(byte 4).
+int signedLength(const QByteArray &frame);
+// 8-bit sum of bytes 5 .. 5 + length - 1 (none when length <= 0).
+quint8 computeChecksum(const QByteArray &frame);
+// True when the computed sum equals byte 5 + length.
+bool checksumMatches(const QByteArray &frame);
+
+// Metres to 0.1 m signed byte: truncation toward zero, low 8 bits kept.
+qint8 encodeCoordinate(double metres);
+double decodeCoordinate(qint8 decimetres);
+
+QByteArray setAreaPayload(quint8 index, quint8 type, const QRectF &rect);
+QByteArray baudRatePayload(int baudRate);
+
+// Response decoders. Offsets are frame offsets; missing bytes read as 0.
+bool decodeResult(const QByteArray &frame); // byte 6 == 1
+
+struct SetAreaResponse {
+    int number = 0; // 1..3 on the wire
+    int type = 0;
+    bool ok = false;
+};
+SetAreaResponse decodeSetAreaResponse(const QByteArray &frame);
+
+struct RepealAreaResponse {
+    int number = 0;
+    bool ok = false;
+};
+RepealAreaResponse decodeRepealAreaResponse(const QByteArray &frame);
+
+struct AreaReport {
+    int type = 0; // unsigned byte; 2 = no area defined
+    QRectF rect;  // first and opposite corner, not normalised
+};
+std::array<AreaReport, 3> decodeReadAreaResponse(const QByteArray &frame);
+
+int decodeShowType(const QByteArray &frame); // signed byte 6
+QList<QPointF> decodeTargets(const QByteArray &frame);
+char decodeAreaFlags(const QByteArray &frame);
+
+} // namespace frameformat

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+#include <QPointF>
+#include <QRectF>
+#include <QSerialPort>
+#include <QStringList>
+
+// The one link to the radar module: owns the serial port, sends request
+// frames and turns received frames into signals. One instance per process.
+class RaderCommunicate : public QObject
+{
+    Q_OBJECT
+
+public:
+    static RaderCommunicate *GetInstance();
+
+    QStringList GetAvailablePorts();
+    bool OpenSerial(const QString &portName, int baudrate);
+    void CloseSerial();
+
+    bool SendData(quint8 code, const QByteArray &payload);
+    bool SetBaudrate(int baudrate);
+    bool SetTargetShowType(quint8 type);
+    bool ReadTargetShowType();
+    bool SetArea(quint8 index, quint8 type, QRectF rect);
+    bool RepealArea(int index);
+    bool ReadArea();
+    bool CancelAllArea();
+
+    // Checks one complete frame and emits its signal; false on a bad sum.
+    bool ParseFrame(const QByteArray &frame);
+
+    // The receive scan on bytes as they came from the port (what ReadData
+    // does after reading). Public so the scan can be driven without a port.
+    void ReceiveBytes(const QByteArray &incoming);
+    // Bytes held over for the next read.
+    QByteArray PendingBytes() const { return lastPartData; }
+
+    // Link-is-up flag: the result of the last open, cleared by every close.
+    bool bOpen = false;
+
+signals:
+    void signal_SetAreaResp(int nIndex, int nType, bool bResult);
+    void signal_ReadAreaResp(int nIndex, int nType, QRectF rect);
+    void signal_BaudrateResp(bool bResult);
+    void signal_TargetResp(QList<QPointF> listTarget);
+    void signal_TargetAreaResp(char AreaFlag);
+    void signal_TargetShowTypeResp(int nType);
+    void signal_SetTargetShowTypeResp(bool bResult);
+    void signal_CancelAllAreaResp(bool bResult);
+    void signal_serial_disconnected();
+    void signal_serial_comm_error();
+
+public slots:
+    void ReadData();
+    void handleSerialError(QSerialPort::SerialPortError error);
+
+private:
+    RaderCommunicate();
+
+    QSerialPort serialPort;
+    QByteArray lastPartData;
+};

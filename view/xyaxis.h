@@ -1,0 +1,6 @@
+#pragma once
+#include <QObject>
+class XYAxis : public QObject
+{
+    Q_OBJECT
+};

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "view/arearecord.h"
+
+#include <QList>
+#include <QPointF>
+#include <QRect>
+#include <QWidget>
+
+class XYAxis;
+struct CondLock;
+
+// The radar plane: grid on whole metres, labelled axes, legend, the three
+// detection areas, the live targets and a crosshair under the mouse.
+class XYView : public QWidget
+{
+    Q_OBJECT
+
+public:
+    static constexpr int kMaxTargets = 128;
+
+    explicit XYView(QWidget *parent = nullptr);
+    ~XYView() override;
+
+    void setAreaInfo(int index, const AreaRecord &area);
+    // The stored record of area index 0..2; a zero record for other indices.
+    AreaRecord areaInfo(int index) const;
+    void clearAreas();
+    void setTargets(QList<QPointF> list);
+    void setAreaOccupancy(char mask);
+    void setShowAreas(bool show);
+    void setAxisRange(QPointF xRange, QPointF yRange);
+
+    void pixelToValue(QPoint p, double *x, double *y) const;
+    bool isInPlot(QPoint p) const;
+
+    QRect frameRectangle() const { return frameRect; }
+    QRect plotRectangle() const { return plotRect; }
+    XYAxis *horizontalAxis() const { return xAxis; }
+    XYAxis *verticalAxis() const { return yAxis; }
+    int targetCountShown() const;
+    char areaOccupancyMask() const { return areaOccupancy; }
+    bool areasShown() const { return showAreas; }
+
+public slots:
+    void refresh();
+
+protected:
+    void mousePressEvent(QMouseEvent *event) override;
+    void mouseReleaseEvent(QMouseEvent *event) override;
+    void mouseMoveEvent(QMouseEvent *event) override;
+    void wheelEvent(QWheelEvent *event) override;
+    void leaveEvent(QEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+
+private:
+    XYAxis *xAxis = nullptr;
+    XYAxis *yAxis = nullptr;
+    QRect frameRect;
+    QRect plotRect;
+    QPoint mousePos;
+    QPoint lastMousePos;
+    bool dragging = false;
+    AreaRecord areas[3];
+    QPointF targets[kMaxTargets];
+    char areaOccupancy = 0;
+    int targetCount = 0;
+    CondLock *targetLock = nullptr;
+    bool showAreas = true;
+};
