@@ -43,6 +43,10 @@ public:
     Logger(Clock clock, std::string baseDirectory);
     ~Logger();
 
+    // For tests: every message given to write() is also handed, unchanged
+    // and on the caller's thread, to this observer. An empty function removes it.
+    void setObserver(std::function<void(const QByteArray &message)> observer);
+
     Logger(const Logger &) = delete;
     Logger &operator=(const Logger &) = delete;
 
