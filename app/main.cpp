@@ -1,6 +1,7 @@
-#include <cstdio>
-int main()
+#include "app/restartloop.h"
+
+int main(int argc, char *argv[])
 {
-    std::fprintf(stderr, "orv-tool: the main window is not built yet\n");
+    runRestartLoop(argc, argv);
     return 0;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QMap>
 #include <QString>
 
@@ -15,6 +16,8 @@ public:
     // file had none.
     QString text(int number);
     int currentLanguage() const { return languageIndex; }
+    // The numbers present in the table, ascending.
+    QList<int> numbers() const { return texts.keys(); }
 
     // Reads an already opened file's lines into the table (the byte format of
     // the translation files); used by load().

@@ -28,7 +28,8 @@ enum FunctionCode : quint8 {
     CancelAllArea = 10,
 };
 
-namespace frameformat {
+namespace frameformat
+{
 
 constexpr int kEnvelopeSize = 10;      // header + length + code + sum + tail
 constexpr int kMinResponseSize = 11;   // shortest frame the module sends
@@ -39,10 +40,18 @@ QByteArray buildFrame(quint8 code, const QByteArray &payload);
 
 // Each byte as "%02X " (two upper-case hex digits and a space).
 QString hexDump(const QByteArray &bytes);
+// The same text as Latin-1 bytes (for the diagnostic log).
+QByteArray hexDumpLatin1(const QByteArray &bytes);
 
 // Byte at offset, or 0 when the offset lies outside the data.
 quint8 byteAt(const QByteArray &data, int offset);
 qint8 signedByteAt(const QByteArray &data, int offset);
+
+// True when FF EE DD starts at offset (a position beyond the end never matches).
+bool hasHeaderAt(const QByteArray &data, int offset);
+// Size of the frame whose header starts at offset, from its length field read
+// with signed bytes: 256 * s(byte 3) + 9 + s(byte 4). Missing bytes read 0.
+int declaredFrameSize(const QByteArray &data, int offset);
 
 // Length field read with signed bytes: 256 * s(byte 3) + s(byte 4).
 int signedLength(const QByteArray &frame);

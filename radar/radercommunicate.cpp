@@ -1,0 +1,431 @@
+#include "radar/radercommunicate.h"
+
+#include "log/logger.h"
+#include "radar/frameformat.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QLoggingCategory>
+#include <QMetaType>
+#include <QSerialPortInfo>
+#include <QSocketNotifier>
+#include <QThread>
+
+#include <cstring>
+
+namespace
+{
+
+// Largest carry-over kept between reads; more is taken as a wrong baud rate.
+constexpr int kMaxPendingBytes = 128;
+
+// Consecutive read errors, with no data arriving in between, after which the
+// port counts as gone (see handleSerialError).
+constexpr int kReadErrorsForLoss = 3;
+
+bool debugEnabled()
+{
+    const QLoggingCategory *category = QLoggingCategory::defaultCategory();
+    return category == nullptr || category->isDebugEnabled();
+}
+
+} // namespace
+
+// qDebug() that skips building its text when debug output is switched off
+// for the default category (for instance QT_LOGGING_RULES="default.debug=false"),
+// the way qCDebug does for its own categories.
+#define linkDebug()                                                                                \
+    for (bool linkDebugOn = debugEnabled(); linkDebugOn; linkDebugOn = false)                      \
+    qDebug()
+
+RaderCommunicate *RaderCommunicate::GetInstance()
+{
+    static RaderCommunicate instance;
+    return &instance;
+}
+
+RaderCommunicate::RaderCommunicate()
+{
+    // The target list travels through string-based connections (and queued
+    // ones, should a receiver live elsewhere).
+    qRegisterMetaType<QList<QPointF>>("QList<QPointF>");
+    qRegisterMetaType<QSerialPort::SerialPortError>("QSerialPort::SerialPortError");
+}
+
+void RaderCommunicate::writeLog(const char *text)
+{
+    if (logEnabled)
+        Logger::instance().write(text);
+}
+
+void RaderCommunicate::writeLog(const QByteArray &text)
+{
+    if (logEnabled)
+        Logger::instance().write(text);
+}
+
+QStringList RaderCommunicate::GetAvailablePorts()
+{
+    QStringList ports;
+    const QList<QSerialPortInfo> infos = QSerialPortInfo::availablePorts();
+    for (const QSerialPortInfo &info : infos) {
+        // A port held by another program cannot be opened and is left out.
+        QSerialPort probe;
+        probe.setPort(info);
+        if (probe.open(QIODevice::ReadWrite)) {
+            ports.append(probe.portName());
+            probe.close();
+        }
+    }
+
+    // Extra port names (for instance a pseudo-terminal standing in for the
+    // module) from ORV_EXTRA_PORTS, kept under the same rule.
+    const QString extra = qEnvironmentVariable("ORV_EXTRA_PORTS");
+    if (!extra.isEmpty()) {
+        const QStringList names = extra.split(QDir::listSeparator(), Qt::SkipEmptyParts);
+        for (const QString &name : names) {
+            QSerialPort probe;
+            probe.setPortName(name);
+            if (probe.open(QIODevice::ReadWrite)) {
+                const QString portName = probe.portName();
+                if (!ports.contains(portName))
+                    ports.append(portName);
+                probe.close();
+            }
+        }
+    }
+    return ports;
+}
+
+bool RaderCommunicate::OpenSerial(const QString &portName, int baudrate)
+{
+    if (serialPort.isOpen()) {
+        serialPort.disconnect(this);
+        serialPort.clear(QSerialPort::AllDirections);
+        serialPort.close();
+        bOpen = false;
+        lastPartData.clear();
+    }
+    portLost = false;
+    readErrorsWithoutData = 0;
+
+    serialPort.setPortName(portName);
+    serialPort.setBaudRate(baudrate, QSerialPort::AllDirections);
+    bOpen = serialPort.open(QIODevice::ReadWrite);
+    QThread::msleep(100);
+
+    // Made even when the open failed; a failed open followed by another
+    // OpenSerial makes them twice. Only a close removes them.
+    connect(&serialPort, SIGNAL(readyRead()), this, SLOT(ReadData()));
+    // error(SerialPortError): the older twin of errorOccurred, still emitted
+    // by Qt 5.15; the string form does not name the deprecated member.
+    connect(&serialPort, SIGNAL(error(QSerialPort::SerialPortError)), this,
+            SLOT(handleSerialError(QSerialPort::SerialPortError)));
+
+    // Fails on ports without modem lines (a pseudo-terminal reports an
+    // unsupported operation); that error is ignored like every non-fatal one.
+    serialPort.setDataTerminalReady(true);
+
+    writeLog(QString("serial port:%1,Buadrate：%2, result:%3")
+                 .arg(portName)
+                 .arg(baudrate)
+                 .arg(bOpen ? "OK" : "NG")
+                 .toUtf8());
+    return bOpen;
+}
+
+void RaderCommunicate::CloseSerial()
+{
+    serialPort.disconnect(this);
+    if (serialPort.isOpen())
+        serialPort.clear(QSerialPort::AllDirections);
+    serialPort.close();
+    bOpen = false;
+    lastPartData.clear();
+    portLost = false;
+    readErrorsWithoutData = 0;
+}
+
+bool RaderCommunicate::SendData(quint8 code, const QByteArray &payload)
+{
+    const QByteArray frame = frameformat::buildFrame(code, payload);
+    const QByteArray hex = frameformat::hexDumpLatin1(frame);
+    linkDebug() << "SendData:" << QString::fromLatin1(hex);
+    writeLog("SendData:" + hex);
+    // No look at bOpen: on a closed port the write fails.
+    return serialPort.write(frame) > 0;
+}
+
+bool RaderCommunicate::SetBaudrate(int baudrate)
+{
+    return SendData(FunctionCode::SetBaudrate, frameformat::baudRatePayload(baudrate));
+}
+
+bool RaderCommunicate::SetTargetShowType(quint8 type)
+{
+    if (!bOpen)
+        return false;
+    return SendData(FunctionCode::SetTargetShowType, QByteArray(1, char(type)));
+}
+
+bool RaderCommunicate::ReadTargetShowType()
+{
+    return SendData(FunctionCode::ReadTargetShowType, QByteArray());
+}
+
+bool RaderCommunicate::SetArea(quint8 index, quint8 type, QRectF rect)
+{
+    if (!bOpen)
+        return false;
+    return SendData(FunctionCode::SetArea, frameformat::setAreaPayload(index, type, rect));
+}
+
+bool RaderCommunicate::RepealArea(int index)
+{
+    if (!bOpen)
+        return false;
+    return SendData(FunctionCode::RepealArea, QByteArray(1, char(quint8(index + 1))));
+}
+
+bool RaderCommunicate::ReadArea()
+{
+    return SendData(FunctionCode::ReadArea, QByteArray());
+}
+
+bool RaderCommunicate::CancelAllArea()
+{
+    return SendData(FunctionCode::CancelAllArea, QByteArray());
+}
+
+void RaderCommunicate::ReadData()
+{
+    const QByteArray incoming = serialPort.readAll();
+    if (!incoming.isEmpty())
+        readErrorsWithoutData = 0;
+    ReceiveBytes(incoming);
+}
+
+void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
+{
+    using namespace frameformat;
+
+    linkDebug() << "recvData:" << hexDump(incoming);
+    if (logEnabled)
+        writeLog("RecvData:" + hexDumpLatin1(incoming));
+
+    if (!lastPartData.isEmpty()) {
+        linkDebug() << "last part Data:" << hexDump(lastPartData);
+        if (logEnabled)
+            writeLog("Last part data:" + hexDumpLatin1(lastPartData));
+    }
+    // data = carry-over followed by the new bytes, which is also what the
+    // carry-over becomes when no frame is found. The scan works on its own
+    // reference: a slot reached from ParseFrame may send, close or reopen.
+    lastPartData.append(incoming);
+    const QByteArray data = lastPartData;
+
+    // The carry-over after the scan is data from keepFrom on: after the last
+    // decoded frame, or from the header of an unfinished one. It is stored
+    // once, after the loop, which leaves it as it would be after each frame.
+    int keepFrom = -1;
+    const int size = data.size();
+    if (size >= kMinResponseSize) {
+        const char *bytes = data.constData();
+        for (int i = 0; i < size; ++i) {
+            // Only a 0xFF can start a header: jump to the next one.
+            const void *candidate = std::memchr(bytes + i, 0xFF, size_t(size - i));
+            if (!candidate)
+                break;
+            i = int(static_cast<const char *>(candidate) - bytes);
+            if (!hasHeaderAt(data, i))
+                continue;
+            writeLog("start parse one frame.");
+
+            // Without its length field the frame is unfinished whatever it
+            // declares; otherwise the length is read with signed bytes.
+            const bool lengthPresent = i + 5 <= size;
+            const int msgLen = lengthPresent ? declaredFrameSize(data, i) : kEnvelopeSize;
+            if (lengthPresent && msgLen < kEnvelopeSize) {
+                // A length low byte of 0x80 or more (or a negative length)
+                // yields less than an envelope: no frame can be taken from
+                // it, and the scan must not move backwards. Skip the header.
+                i += 2;
+                continue;
+            }
+            if (size - i < msgLen) {
+                writeLog("comm data size() < msgLen, ready to add next frame.");
+                keepFrom = i;
+                break;
+            }
+            // The frame is read in place; `data` outlives the call.
+            ParseFrame(QByteArray::fromRawData(data.constData() + i, msgLen));
+            i += msgLen;
+            keepFrom = i;
+            // The loop's increment follows: the byte right after a frame is
+            // never tested as a header (kept as the module tool has it).
+        }
+    }
+
+    if (keepFrom >= 0)
+        lastPartData = keepFrom == 0 ? data : data.mid(keepFrom);
+    else
+        lastPartData = data; // nothing found: everything waits
+
+    // An unfinished frame obeys the limit too: its declared length can reach
+    // 32 KiB, and waiting for that much would let noise grow the buffer.
+    if (lastPartData.size() > kMaxPendingBytes) {
+        lastPartData.clear();
+        writeLog("baudrate error!");
+        emit signal_serial_comm_error();
+    }
+}
+
+bool RaderCommunicate::ParseFrame(const QByteArray &frame)
+{
+    using namespace frameformat;
+
+    const int length = signedLength(frame);
+    const quint8 sum = computeChecksum(frame);
+    const quint8 received = byteAt(frame, 5 + length);
+    if (sum != received) {
+        linkDebug() << "sum check failed:" << hexDump(QByteArray(1, char(sum)))
+                    << hexDump(QByteArray(1, char(received)));
+        return false;
+    }
+
+    const int code = signedByteAt(frame, 5);
+    linkDebug() << "code:" << code;
+    if (logEnabled)
+        writeLog("function code:" + QByteArray::number(code, 16));
+
+    switch (code) {
+    case FunctionCode::SetBaudrate: {
+        const bool ok = decodeResult(frame);
+        const char *text = ok ? "Radar Baudrate SET OK" : "Radar Baudrate SET NG";
+        linkDebug() << text;
+        writeLog(text);
+        emit signal_BaudrateResp(ok);
+        break;
+    }
+    case FunctionCode::SetTargetShowType: {
+        const bool ok = decodeResult(frame);
+        const char *text = ok ? "Target show type SET OK." : "Target show type SET NG.";
+        linkDebug() << text;
+        writeLog(text);
+        emit signal_SetTargetShowTypeResp(ok);
+        break;
+    }
+    case FunctionCode::ReadTargetShowType: {
+        const int type = decodeShowType(frame);
+        linkDebug() << "目标显示方式：" << type;
+        if (logEnabled)
+            writeLog("target show type：" + QByteArray::number(type));
+        emit signal_TargetShowTypeResp(type);
+        break;
+    }
+    case FunctionCode::SetArea: {
+        const SetAreaResponse r = decodeSetAreaResponse(frame);
+        const QString text = QString("Radar area:%1 SET %2").arg(r.number).arg(r.ok ? "OK" : "NG");
+        linkDebug() << text;
+        writeLog(text.toUtf8());
+        emit signal_SetAreaResp(r.number - 1, r.type, r.ok);
+        break;
+    }
+    case FunctionCode::RepealArea: {
+        const RepealAreaResponse r = decodeRepealAreaResponse(frame);
+        const QString text =
+            QString("Radar area:%1 repeal %2").arg(r.number).arg(r.ok ? "OK" : "NG");
+        linkDebug() << text;
+        writeLog(text.toUtf8());
+        // Both types of the area are reported as repealed.
+        emit signal_SetAreaResp(r.number - 1, 0, r.ok);
+        emit signal_SetAreaResp(r.number - 1, 1, r.ok);
+        break;
+    }
+    case FunctionCode::ReadArea: {
+        const std::array<AreaReport, 3> areas = decodeReadAreaResponse(frame);
+        for (int k = 0; k < 3; ++k) {
+            writeLog(QString("Area:%1 Type:%2").arg(k).arg(areas[k].type).toUtf8());
+            emit signal_ReadAreaResp(k, areas[k].type, areas[k].rect);
+        }
+        break;
+    }
+    case FunctionCode::TargetReport: {
+        const QList<QPointF> targets = decodeTargets(frame);
+        linkDebug() << "targetList size:" << targets.size();
+        if (logEnabled)
+            writeLog("targetList size:" + QByteArray::number(targets.size()));
+        emit signal_TargetResp(targets);
+        break;
+    }
+    case FunctionCode::TargetAreaReport: {
+        const int in1 = byteAt(frame, 6) == 1 ? 1 : 0;
+        const int in2 = byteAt(frame, 7) == 1 ? 1 : 0;
+        const int in3 = byteAt(frame, 8) == 1 ? 1 : 0;
+        const char flags = decodeAreaFlags(frame);
+        linkDebug() << "有无目标区域：" << in1 << in2 << in3 << " allAreaFlag:" << int(flags);
+        emit signal_TargetAreaResp(flags);
+        break;
+    }
+    case FunctionCode::CancelAllArea: {
+        const bool ok = decodeResult(frame);
+        const char *text = ok ? "cancel_all Area OK" : "cancel_all Area NG";
+        linkDebug() << text;
+        writeLog(text);
+        emit signal_CancelAllAreaResp(ok);
+        break;
+    }
+    default:
+        // Code 9 and unknown codes: checked and logged, nothing else.
+        break;
+    }
+    return true;
+}
+
+void RaderCommunicate::handleSerialError(QSerialPort::SerialPortError error)
+{
+    if (portLost) {
+        // Already reported. Whatever notifier raised this one is silenced
+        // again, so nothing spins until the receiver closes the port.
+        stopReadNotifications();
+        return;
+    }
+
+    if (error == QSerialPort::ResourceError || error == QSerialPort::PermissionError) {
+        reportPortLost();
+        return;
+    }
+
+    // When the far end of a pseudo-terminal (or a similar device) goes away,
+    // Qt does not report a resource error: every read delivers nothing and
+    // raises a read error, again and again at full speed, while the port
+    // stays open. Read errors that keep coming with no data in between mean
+    // the port is gone. A lone read error is a passing fault and is ignored,
+    // like every other error (parity, framing, write, timeout...).
+    if (error == QSerialPort::ReadError && serialPort.isOpen() &&
+        serialPort.bytesAvailable() == 0) {
+        if (++readErrorsWithoutData >= kReadErrorsForLoss)
+            reportPortLost();
+    }
+}
+
+void RaderCommunicate::reportPortLost()
+{
+    portLost = true;
+    stopReadNotifications();
+    linkDebug() << "comm disconnected...";
+    writeLog("comm disconnected...");
+    emit signal_serial_disconnected();
+}
+
+void RaderCommunicate::stopReadNotifications()
+{
+    // Until the next open (or close) nothing more is read: stop delivering
+    // readyRead and switch off the port's own notifiers, which would
+    // otherwise fire without end on a hung-up device. Opening again creates
+    // fresh ones.
+    disconnect(&serialPort, SIGNAL(readyRead()), this, SLOT(ReadData()));
+    const QList<QSocketNotifier *> notifiers = serialPort.findChildren<QSocketNotifier *>();
+    for (QSocketNotifier *notifier : notifiers)
+        notifier->setEnabled(false);
+}

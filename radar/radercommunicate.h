@@ -59,8 +59,21 @@ public slots:
     void handleSerialError(QSerialPort::SerialPortError error);
 
 private:
+    friend struct RaderCommunicateAccess; // benchmarks and tests: log switch
+
     RaderCommunicate();
+
+    void writeLog(const char *text);
+    void writeLog(const QByteArray &text);
+    void reportPortLost();
+    void stopReadNotifications();
 
     QSerialPort serialPort;
     QByteArray lastPartData;
+    // The tool always logs; only benchmarks and stress tests switch it off.
+    bool logEnabled = true;
+    // Set once the loss of the port has been reported; cleared by open/close.
+    bool portLost = false;
+    // Read errors since the last data received (see handleSerialError).
+    int readErrorsWithoutData = 0;
 };

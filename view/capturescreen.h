@@ -52,6 +52,8 @@ public:
     QRect handleRect(int paintOrderIndex) const;
     QPoint beginCorner() const { return beginPoint; }
     QPoint endCorner() const { return endPoint; }
+    QPoint moveStartCorner() const { return moveStartPoint; }
+    QPoint moveCorner() const { return movePoint; }
     QSize snapshotSize() const { return QSize(snapshotWidth, snapshotHeight); }
 
     static QRect rectFromPoints(const QPoint &a, const QPoint &b);
@@ -68,6 +70,19 @@ protected:
     void paintEvent(QPaintEvent *event) override;
 
 private:
+    int handleAt(const QPoint &p) const;
+    bool isInsideSelection(const QPoint &p) const;
+    void setHandleCursor(int handle);
+    bool pointInPlot(const QPoint &p) const;
+    void emitSelectionCorners();
+    QPoint clampedMoveOffset(const QRect &r, QPoint offset) const;
+    QRect movedRect();
+    QRect stretchedRect();
+    QRect currentSelectionRect();
+    void drawSelection();
+    void drawHandles();
+    void drawInfoBox();
+
     QPixmap selectionPixmap;
     QPixmap snapshot;
     int snapshotWidth = 0;

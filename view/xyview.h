@@ -2,9 +2,11 @@
 
 #include "view/arearecord.h"
 
+#include <QImage>
 #include <QList>
 #include <QPointF>
 #include <QRect>
+#include <QString>
 #include <QWidget>
 
 class XYAxis;
@@ -33,6 +35,10 @@ public:
 
     void pixelToValue(QPoint p, double *x, double *y) const;
     bool isInPlot(QPoint p) const;
+    // Widget pixel (doubles, not truncated) of a plane point in metres.
+    QPointF valueToPixel(QPointF value) const;
+    // The crosshair text "(x,y)" for a widget point (x two decimals, y one).
+    QString crosshairText(QPoint p) const;
 
     QRect frameRectangle() const { return frameRect; }
     QRect plotRectangle() const { return plotRect; }
@@ -55,6 +61,8 @@ protected:
     void resizeEvent(QResizeEvent *event) override;
 
 private:
+    const QImage &targetDiscImage(qreal pixelRatio);
+
     XYAxis *xAxis = nullptr;
     XYAxis *yAxis = nullptr;
     QRect frameRect;
@@ -68,4 +76,7 @@ private:
     int targetCount = 0;
     CondLock *targetLock = nullptr;
     bool showAreas = true;
+    // The target disc, drawn once and then copied for every target.
+    QImage targetDisc;
+    qreal targetDiscRatio = 0;
 };

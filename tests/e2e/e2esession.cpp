@@ -1,0 +1,373 @@
+#include "tests/e2e/e2esession.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QSerialPort>
+#include <QThread>
+#include <QVector>
+
+#include <X11/Xlib.h>
+
+#include <cmath>
+
+namespace e2e
+{
+
+const char kWindowTitle[] = "ORV_KM7318_TOOL_V1.02";
+
+namespace
+{
+
+bool isWhite(QRgb c)
+{
+    return qRed(c) > 240 && qGreen(c) > 240 && qBlue(c) > 240;
+}
+
+bool isAxisInk(QRgb c)
+{
+    // Axis lines: black at alpha 200 on white; grid lines (alpha 100) are lighter.
+    return qRed(c) < 110 && qGreen(c) < 110 && qBlue(c) < 110;
+}
+
+bool isDiscColour(QRgb c)
+{
+    return qRed(c) <= 12 && qGreen(c) >= 243 && std::abs(qBlue(c) - 100) <= 12;
+}
+
+} // namespace
+
+void Child::stop(int graceMs)
+{
+    if (process.state() == QProcess::NotRunning)
+        return;
+    process.terminate();
+    if (!process.waitForFinished(graceMs)) {
+        process.kill();
+        process.waitForFinished(3000);
+    }
+}
+
+QPointF PlotBox::pixelOf(const QPointF &metres) const
+{
+    return QPointF(left + (metres.x() + 5.0) / 10.0 * (right - left),
+                   bottom - metres.y() / 8.0 * (bottom - top));
+}
+
+PlotBox findPlot(const QImage &img, const QRect &window)
+{
+    // The longest horizontal run of axis ink is the bottom axis (its right
+    // end is the plot's right edge); the longest vertical run is the left
+    // axis (its top is the plot's top). The bottom run also takes in the y
+    // axis's 5-pixel tick at 0, so the left edge comes from the vertical line.
+    PlotBox box;
+    int best = 0;
+    for (int y = window.top(); y <= window.bottom(); ++y) {
+        int run = 0;
+        for (int x = window.left(); x <= window.right(); ++x) {
+            run = isAxisInk(img.pixel(x, y)) ? run + 1 : 0;
+            if (run > best) {
+                best = run;
+                box.bottom = y;
+                box.right = x;
+            }
+        }
+    }
+    best = 0;
+    for (int x = window.left(); x <= window.right(); ++x) {
+        int run = 0;
+        for (int y = window.top(); y <= window.bottom(); ++y) {
+            run = isAxisInk(img.pixel(x, y)) ? run + 1 : 0;
+            if (run > best) {
+                best = run;
+                box.top = y - run + 1;
+                box.left = x;
+            }
+        }
+    }
+    return box;
+}
+
+QList<Blob> findDiscs(const QImage &img, const QRect &window)
+{
+    QList<Blob> blobs;
+    const int w = img.width();
+    QVector<char> seen(w * img.height(), 0);
+    for (int y = window.top(); y <= window.bottom(); ++y) {
+        for (int x = window.left(); x <= window.right(); ++x) {
+            if (seen[y * w + x] || !isDiscColour(img.pixel(x, y)))
+                continue;
+            Blob b;
+            QVector<QPoint> stack{QPoint(x, y)};
+            seen[y * w + x] = 1;
+            while (!stack.isEmpty()) {
+                const QPoint p = stack.takeLast();
+                b.cx += p.x();
+                b.cy += p.y();
+                ++b.pixels;
+                for (const QPoint d : {QPoint(1, 0), QPoint(-1, 0), QPoint(0, 1), QPoint(0, -1)}) {
+                    const QPoint q = p + d;
+                    if (!window.contains(q) || seen[q.y() * w + q.x()] ||
+                        !isDiscColour(img.pixel(q)))
+                        continue;
+                    seen[q.y() * w + q.x()] = 1;
+                    stack.append(q);
+                }
+            }
+            b.cx /= b.pixels;
+            b.cy /= b.pixels;
+            if (b.pixels >= 150) // a whole 20-pixel disc is about 300 pixels
+                blobs.append(b);
+        }
+    }
+    return blobs;
+}
+
+QPoint openButtonCentre(const QImage &img, const QRect &window)
+{
+    // The settings column's scroll area: its left frame line runs the whole
+    // height of the window's content. The open button sits at (80, 92),
+    // 61 x 31, in the first group box, which starts one frame pixel and the
+    // 11-pixel margin inside the scroll area; the scroll area's top is the
+    // 11 + 9 pixels of layout margins below the window's top.
+    const int top = window.top() + 25;
+    const int bottom = window.top() + std::min(835, window.height() - 30);
+    for (int x = window.left() + window.width() / 2; x < window.right(); ++x) {
+        int ink = 0;
+        for (int y = top; y <= bottom; ++y)
+            ink += isWhite(img.pixel(x, y)) ? 0 : 1;
+        if (ink >= (bottom - top + 1) * 98 / 100)
+            return QPoint(x + 1 + 11 + 80 + 61 / 2, window.top() + 20 + 1 + 11 + 92 + 31 / 2);
+    }
+    return QPoint();
+}
+
+Session::Session() : runDir(std::make_unique<QTemporaryDir>()) {}
+
+Session::~Session()
+{
+    tool.stop();
+    sim.stop();
+    xvfb.stop();
+}
+
+bool Session::fail(const QString &message)
+{
+    lastError = message;
+    return false;
+}
+
+QString Session::runX(const QString &program, const QStringList &args, int *exitCode)
+{
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("DISPLAY", displayName);
+    p.setProcessEnvironment(env);
+    p.start(program, args);
+    const bool done = p.waitForFinished(15000);
+    if (exitCode)
+        *exitCode = done && p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    return QString::fromLocal8Bit(p.readAllStandardOutput());
+}
+
+bool Session::startXvfb()
+{
+    // Xvfb picks a free display and writes its number on the given descriptor.
+    xvfb.process.start("Xvfb", {"-displayfd", "1", "-screen", "0", "1600x1000x24", "-nolisten",
+                                "tcp", "-noreset"});
+    if (!xvfb.process.waitForStarted(5000))
+        return fail("Xvfb did not start (is the xvfb package installed?)");
+    QElapsedTimer t;
+    t.start();
+    while (!xvfb.process.canReadLine() && t.elapsed() < 10000)
+        xvfb.process.waitForReadyRead(100);
+    const QString number = QString::fromLatin1(xvfb.process.readLine()).trimmed();
+    if (number.isEmpty())
+        return fail("Xvfb did not report its display");
+    displayName = ":" + number;
+    return true;
+}
+
+bool Session::startSim(const QStringList &args)
+{
+    sim.process.start(QStringLiteral(RADAR_SIM_BIN), QStringList{"--verbose"} + args);
+    if (!sim.process.waitForStarted(5000))
+        return fail("radar-sim did not start");
+    QElapsedTimer t;
+    t.start();
+    while (!sim.process.canReadLine() && t.elapsed() < 5000)
+        sim.process.waitForReadyRead(100);
+    simPort = QString::fromLocal8Bit(sim.process.readLine()).trimmed();
+    if (!simPort.startsWith("/dev/"))
+        return fail("radar-sim printed no port: " + simPort + " " + QString(simOutput()));
+    QSerialPort naming; // the name under which the tool lists the port
+    naming.setPortName(simPort);
+    portListName = naming.portName();
+    return true;
+}
+
+bool Session::prepareRunDir(int baudRate, int languageIndex)
+{
+    if (!runDir->isValid())
+        return fail("no temporary run directory");
+    const QString binDir = QFileInfo(QStringLiteral(ORV_TOOL_BIN)).absolutePath();
+    for (const char *name : {"ORV_translate_cn.txt", "ORV_translate_en.txt"})
+        if (!QFile::copy(binDir + "/" + name, runDir->filePath(name)))
+            return fail(QString("cannot copy %1 from %2").arg(name, binDir));
+    QFile ini(runDir->filePath("ORV_conf.ini"));
+    if (!ini.open(QIODevice::WriteOnly))
+        return fail("cannot write the settings file");
+    ini.write(QString("[comm]\nport=%1\nbaudrate=%2\n\n[language]\nindex=%3\n")
+                  .arg(portListName)
+                  .arg(baudRate)
+                  .arg(languageIndex)
+                  .toUtf8());
+    return true;
+}
+
+bool Session::startTool()
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("DISPLAY", displayName);
+    env.insert("QT_QPA_PLATFORM", "xcb");
+    env.insert("ORV_EXTRA_PORTS", simPort);
+    tool.process.setProcessEnvironment(env);
+    tool.process.setWorkingDirectory(runDir->path());
+    // The tool echoes every log line on stderr: keep it out of the test output.
+    tool.process.setStandardOutputFile(QProcess::nullDevice());
+    tool.process.setStandardErrorFile(runDir->filePath("tool-stderr.txt"));
+    tool.process.start(QStringLiteral(ORV_TOOL_BIN), QStringList());
+    if (!tool.process.waitForStarted(5000))
+        return fail("orv-tool did not start");
+    return true;
+}
+
+bool Session::waitForWindow(int timeoutMs)
+{
+    QElapsedTimer t;
+    t.start();
+    while (windowId.isEmpty() && t.elapsed() < timeoutMs) {
+        windowId = runX("xdotool", {"search", "--name", kWindowTitle})
+                       .split('\n', Qt::SkipEmptyParts)
+                       .value(0);
+        if (windowId.isEmpty()) {
+            if (tool.process.state() == QProcess::NotRunning)
+                return fail("orv-tool ended before showing its window:\n" + toolErrorTail());
+            QThread::msleep(200);
+        }
+    }
+    if (windowId.isEmpty())
+        return fail("the tool's window did not appear");
+    const QString geometry = runX("xdotool", {"getwindowgeometry", "--shell", windowId});
+    for (const QString &line : geometry.split('\n', Qt::SkipEmptyParts)) {
+        const QString key = line.section('=', 0, 0);
+        const int value = line.section('=', 1).toInt();
+        if (key == "X")
+            window.moveLeft(value);
+        else if (key == "Y")
+            window.moveTop(value);
+        else if (key == "WIDTH")
+            window.setWidth(value);
+        else if (key == "HEIGHT")
+            window.setHeight(value);
+    }
+    if (window.width() <= 0 || window.height() <= 0)
+        return fail("no geometry for the window: " + geometry);
+    QThread::msleep(1500); // first paint
+    return true;
+}
+
+bool Session::screenshot(const QString &path, QImage *image)
+{
+    int rc = -1;
+    runX("import", {"-window", "root", path}, &rc);
+    if (rc != 0)
+        return fail("import failed for " + path);
+    *image = QImage(path);
+    if (image->isNull())
+        return fail("cannot read the screenshot " + path);
+    window = window.intersected(image->rect());
+    return true;
+}
+
+bool Session::click(const QPoint &p)
+{
+    int rc = -1;
+    runX("xdotool", {"mousemove", QString::number(p.x()), QString::number(p.y()), "click", "1"},
+         &rc);
+    return rc == 0 || fail("xdotool click failed");
+}
+
+bool Session::openLink(const QString &screenshotPath)
+{
+    QImage shot;
+    if (!screenshot(screenshotPath, &shot))
+        return false;
+    const QPoint button = openButtonCentre(shot, window);
+    if (button.isNull())
+        return fail("the settings column was not found on the screen");
+    if (!click(button))
+        return false;
+    QElapsedTimer t;
+    t.start();
+    while (!simErr.contains("request 6 (ReadArea)") && t.elapsed() < 5000) {
+        sim.process.waitForReadyRead(100);
+        simErr += sim.process.readAllStandardError();
+    }
+    if (!simErr.contains("request 6 (ReadArea)"))
+        return fail("the module heard no request after the click: " + QString(simErr));
+    return true;
+}
+
+bool Session::closeWindow(int timeoutMs)
+{
+    Display *d = XOpenDisplay(displayName.toLocal8Bit().constData());
+    if (!d)
+        return fail("cannot connect to " + displayName);
+    const Window w = Window(windowId.toULong());
+    XEvent e{};
+    e.xclient.type = ClientMessage;
+    e.xclient.window = w;
+    e.xclient.message_type = XInternAtom(d, "WM_PROTOCOLS", False);
+    e.xclient.format = 32;
+    e.xclient.data.l[0] = long(XInternAtom(d, "WM_DELETE_WINDOW", False));
+    e.xclient.data.l[1] = CurrentTime;
+    const Status sent = XSendEvent(d, w, False, NoEventMask, &e);
+    XFlush(d);
+    XCloseDisplay(d);
+    if (!sent)
+        return fail("WM_DELETE_WINDOW could not be sent");
+    if (!tool.process.waitForFinished(timeoutMs) && tool.process.state() != QProcess::NotRunning)
+        return fail("the tool did not exit after its window was closed");
+    return true;
+}
+
+QByteArray Session::simOutput()
+{
+    sim.process.waitForReadyRead(10);
+    simErr += sim.process.readAllStandardError();
+    return simErr;
+}
+
+bool Session::stopSim()
+{
+    sim.process.terminate();
+    if (!sim.process.waitForFinished(5000))
+        return fail("radar-sim did not stop on SIGTERM");
+    simErr += sim.process.readAllStandardError();
+    return true;
+}
+
+QString Session::toolErrorTail(int lines) const
+{
+    QFile f(runDir->filePath("tool-stderr.txt"));
+    if (!f.open(QIODevice::ReadOnly))
+        return QString();
+    if (f.size() > 20000)
+        f.seek(f.size() - 20000);
+    const QStringList all = QString::fromUtf8(f.readAll()).split('\n');
+    return all.mid(std::max(0, int(all.size()) - lines)).join('\n');
+}
+
+} // namespace e2e

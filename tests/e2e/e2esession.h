@@ -1,0 +1,110 @@
+#pragma once
+
+// One session of the real program on a virtual X server against radar-sim:
+// start Xvfb, the simulator and orv-tool in a fresh run directory, find the
+// window, click through the X server, photograph the screen, and close the
+// window as a window manager would. Shared by the window test and the soak run.
+
+#include <QImage>
+#include <QList>
+#include <QPoint>
+#include <QProcess>
+#include <QRect>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <memory>
+
+#ifndef ORV_TOOL_BIN
+#error "ORV_TOOL_BIN must name the orv-tool executable"
+#endif
+#ifndef RADAR_SIM_BIN
+#error "RADAR_SIM_BIN must name the radar-sim executable"
+#endif
+
+namespace e2e
+{
+
+extern const char kWindowTitle[];
+
+// A started program that is always stopped when the object goes.
+struct Child {
+    QProcess process;
+    ~Child() { stop(); }
+    void stop(int graceMs = 3000);
+};
+
+// The plot's edges in screen pixels, found from its axis lines.
+struct PlotBox {
+    int left = 0, right = 0, top = 0, bottom = 0;
+    bool valid() const { return right - left > 200 && bottom - top > 200; }
+    // Screen pixel of a plane point with the default ranges x -5..5, y 0..8.
+    QPointF pixelOf(const QPointF &metres) const;
+};
+
+struct Blob {
+    double cx = 0, cy = 0;
+    int pixels = 0;
+};
+
+// Image analysis on a screenshot, inside the window's rectangle.
+PlotBox findPlot(const QImage &img, const QRect &window);
+QList<Blob> findDiscs(const QImage &img, const QRect &window); // target colour 0,255,100
+QPoint openButtonCentre(const QImage &img, const QRect &window);
+
+class Session
+{
+public:
+    Session();
+    ~Session();
+
+    // Every step returns false and sets error() when it fails.
+    bool startXvfb();
+    bool startSim(const QStringList &args);
+    // Translation files and a settings file choosing the sim's port.
+    bool prepareRunDir(int baudRate, int languageIndex);
+    bool startTool();
+    bool waitForWindow(int timeoutMs = 20000);
+    bool screenshot(const QString &path, QImage *image);
+    bool click(const QPoint &p);
+    // Screenshot, find the open button, click it, wait for the module to
+    // hear the tool's first request (read areas).
+    bool openLink(const QString &screenshotPath);
+    // WM_DELETE_WINDOW to the tool's window; then waits for the tool to end.
+    bool closeWindow(int timeoutMs = 10000);
+    // The simulator's stderr so far (it runs with --verbose).
+    QByteArray simOutput();
+    // Stops the simulator (SIGTERM: it prints its figures and exits 0).
+    bool stopSim();
+
+    QString error() const { return lastError; }
+    QString display() const { return displayName; }
+    QString ptyPath() const { return simPort; }
+    QString listedPortName() const { return portListName; }
+    QString runDirectory() const { return runDir->path(); }
+    QRect windowRect() const { return window; }
+    qint64 toolPid() const { return tool.process.processId(); }
+    QProcess &toolProcess() { return tool.process; }
+    QProcess &simProcess() { return sim.process; }
+    // Last lines the tool wrote on standard error (kept in the run directory).
+    QString toolErrorTail(int lines = 20) const;
+
+private:
+    bool fail(const QString &message);
+    QString runX(const QString &program, const QStringList &args, int *exitCode = nullptr);
+
+    Child xvfb;
+    Child sim;
+    Child tool;
+    std::unique_ptr<QTemporaryDir> runDir;
+    QString displayName;
+    QString simPort;
+    QString portListName;
+    QString windowId;
+    QRect window;
+    QByteArray simErr;
+    QString lastError;
+};
+
+} // namespace e2e

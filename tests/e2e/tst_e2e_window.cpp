@@ -1,0 +1,134 @@
+// The real program in a real window: Xvfb, radar-sim with people standing at
+// known points, and orv-tool in a fresh run directory. The link is opened by
+// a mouse click on the open button through the X server, the screen is
+// photographed, and the target discs must stand where the plot puts those
+// points. Then the window is closed the way a window manager closes it
+// (WM_DELETE_WINDOW), the tool must exit with 0, and its log must hold the
+// session.
+
+#include "tests/e2e/e2esession.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QRegularExpression>
+#include <QtTest>
+
+#include <cmath>
+
+namespace
+{
+
+// The people the simulator reports (metres), well inside the default plane
+// and far enough apart that no label covers another disc.
+const QPointF kPeople[3] = {{-3.0, 2.0}, {0.0, 4.0}, {3.0, 6.0}};
+// Their target report as the module sends it: (-30, 20), (0, 40), (30, 60).
+const char kTargetFrameHex[] = "FF EE DD 00 07 07 E2 14 00 28 1E 3C 7F DD EE FF ";
+
+} // namespace
+
+class TestE2eWindow : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void openLinkSeeTargetsCloseWindow();
+};
+
+void TestE2eWindow::openLinkSeeTargetsCloseWindow()
+{
+    e2e::Session s;
+    QStringList simArgs{"--rate", "10"};
+    for (const QPointF &p : kPeople)
+        simArgs << "--fixed" << QString("%1,%2").arg(p.x()).arg(p.y());
+    QVERIFY2(s.startXvfb(), qPrintable(s.error()));
+    QVERIFY2(s.startSim(simArgs), qPrintable(s.error()));
+    QVERIFY2(s.prepareRunDir(115200, 1), qPrintable(s.error()));
+    QVERIFY2(s.startTool(), qPrintable(s.error()));
+    QVERIFY2(s.waitForWindow(), qPrintable(s.error()));
+    QCOMPARE(s.windowRect().size(), QSize(1267, 863));
+
+    // Before the link is open there is nothing on the plane.
+    QImage shot;
+    const QString before = QDir::current().filePath("e2e-before-open.png");
+    QVERIFY2(s.screenshot(before, &shot), qPrintable(s.error()));
+    QVERIFY(e2e::findDiscs(shot, s.windowRect()).isEmpty());
+
+    // The operator clicks "Open"; the module hears the tool's first request.
+    QVERIFY2(s.openLink(before), qPrintable(s.error()));
+    QElapsedTimer sinceOpen;
+    sinceOpen.start();
+
+    // Targets on the plane, where the axes put them.
+    QTest::qWait(1500);
+    const QString after = QDir::current().filePath("e2e-after-open.png");
+    QVERIFY2(s.screenshot(after, &shot), qPrintable(s.error()));
+    const e2e::PlotBox plot = e2e::findPlot(shot, s.windowRect());
+    QVERIFY2(plot.valid(), qPrintable(QString("plot not found: %1 %2 %3 %4")
+                                          .arg(plot.left)
+                                          .arg(plot.top)
+                                          .arg(plot.right)
+                                          .arg(plot.bottom)));
+    const QList<e2e::Blob> discs = e2e::findDiscs(shot, s.windowRect());
+    QString where;
+    for (const e2e::Blob &b : discs)
+        where += QString(" (%1,%2)").arg(b.cx, 0, 'f', 1).arg(b.cy, 0, 'f', 1);
+    QVERIFY2(discs.size() == 3, qPrintable(QString("discs:%1 in %2").arg(where, after)));
+    for (const QPointF &person : kPeople) {
+        const QPointF e = plot.pixelOf(person);
+        bool found = false;
+        for (const e2e::Blob &b : discs)
+            found = found || (std::abs(b.cx - e.x()) <= 3.0 && std::abs(b.cy - e.y()) <= 3.0);
+        QVERIFY2(found, qPrintable(QString("no disc at (%1,%2) for (%3,%4); discs:%5")
+                                       .arg(e.x(), 0, 'f', 1)
+                                       .arg(e.y(), 0, 'f', 1)
+                                       .arg(person.x())
+                                       .arg(person.y())
+                                       .arg(where)));
+    }
+    for (const e2e::Blob &b : discs) // 20-pixel discs
+        QVERIFY2(b.pixels >= 200 && b.pixels <= 420, qPrintable(QString::number(b.pixels)));
+
+    // Let the logger write its batches (every 5 s), then close the window.
+    while (sinceOpen.elapsed() < 8000)
+        QTest::qWait(200);
+    QVERIFY2(s.closeWindow(), qPrintable(s.error() + "\n" + s.toolErrorTail()));
+    QCOMPARE(s.toolProcess().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(s.toolProcess().exitCode(), 0);
+    QVERIFY2(s.stopSim(), qPrintable(s.error()));
+    QCOMPARE(s.simProcess().exitCode(), 0);
+
+    // The session in the log: log/<yyyymmdd>/logfile_0.txt.
+    const QString logDir = s.runDirectory() + "/log";
+    const QStringList days = QDir(logDir).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    QCOMPARE(days.size(), 1);
+    QFile log(logDir + "/" + days.first() + "/logfile_0.txt");
+    QVERIFY2(log.open(QIODevice::ReadOnly), qPrintable(log.fileName()));
+    const QList<QByteArray> lines = log.readAll().split('\n');
+    const QRegularExpression recv("^\\[(\\d{4})-(\\d{2})-(\\d{2}) \\d{2}:\\d{2}:\\d{2}\\.\\d{3}\\] "
+                                  "RecvData:((?:[0-9A-F]{2} )+)\\r?$");
+    int recvLines = 0;
+    bool sawTargets = false;
+    QString dateOfLines;
+    for (const QByteArray &line : lines) {
+        const QRegularExpressionMatch m = recv.match(QString::fromLatin1(line));
+        if (!m.hasMatch())
+            continue;
+        ++recvLines;
+        dateOfLines = m.captured(1) + m.captured(2) + m.captured(3);
+        sawTargets = sawTargets || m.captured(4).contains(kTargetFrameHex);
+    }
+    QVERIFY2(recvLines >= 20, qPrintable(QString::number(recvLines)));
+    QVERIFY(sawTargets);
+    QCOMPARE(days.first(), dateOfLines);
+    // The open the operator made, with the port and rate from the settings file.
+    const QByteArray opened =
+        QString("serial port:%1,Buadrate\uFF1A115200, result:OK").arg(s.listedPortName()).toUtf8();
+    bool sawOpen = false;
+    for (const QByteArray &line : lines)
+        sawOpen = sawOpen || line.contains(opened);
+    QVERIFY2(sawOpen, opened.constData());
+}
+
+QTEST_GUILESS_MAIN(TestE2eWindow)
+#include "tst_e2e_window.moc"

@@ -1,0 +1,251 @@
+#include "tools/radar-sim/radarsimulator.h"
+
+#include "radar/frameformat.h"
+
+#include <algorithm>
+
+namespace
+{
+
+const QByteArray kHeader("\xFF\xEE\xDD", 3);
+
+// The tool's requests carry at most 11 bytes of code and payload; a longer
+// length field means the header bytes were a coincidence inside other data.
+constexpr int kMaxRequestLength = 32;
+
+quint8 u8(const QByteArray &data, int offset)
+{
+    return offset >= 0 && offset < data.size() ? quint8(data.at(offset)) : 0;
+}
+
+} // namespace
+
+RadarSimulator::RadarSimulator(int baudRate) : currentBaudRate(baudRate) {}
+
+QString RadarSimulator::codeName(int code)
+{
+    switch (code) {
+    case SetBaudrate:
+        return "SetBaudrate";
+    case SetTargetShowType:
+        return "SetTargetShowType";
+    case ReadTargetShowType:
+        return "ReadTargetShowType";
+    case SetArea:
+        return "SetArea";
+    case RepealArea:
+        return "RepealArea";
+    case ReadArea:
+        return "ReadArea";
+    case TargetReport:
+        return "TargetReport";
+    case TargetAreaReport:
+        return "TargetAreaReport";
+    case CancelAllArea:
+        return "CancelAllArea";
+    default:
+        return "unknown";
+    }
+}
+
+QList<RadarSimulator::Reply> RadarSimulator::receive(const QByteArray &bytes)
+{
+    QList<Reply> replies;
+    inBuffer.append(bytes);
+    for (;;) {
+        const int start = inBuffer.indexOf(kHeader);
+        if (start < 0) {
+            // Keep a possible header start (FF or FF EE) for the next bytes.
+            int keep = 0;
+            if (inBuffer.endsWith(QByteArray("\xFF\xEE", 2)))
+                keep = 2;
+            else if (inBuffer.endsWith(QByteArray("\xFF", 1)))
+                keep = 1;
+            inBuffer = inBuffer.right(keep);
+            break;
+        }
+        inBuffer.remove(0, start);
+        if (inBuffer.size() < 5)
+            break;
+        const int length = (u8(inBuffer, 3) << 8) | u8(inBuffer, 4);
+        if (length < 1 || length > kMaxRequestLength) {
+            inBuffer.remove(0, 1);
+            continue;
+        }
+        const int total = length + 9;
+        if (inBuffer.size() < total)
+            break;
+        const QByteArray frame = inBuffer.left(total);
+        quint8 sum = 0;
+        for (int k = 5; k < 5 + length; ++k)
+            sum = quint8(sum + u8(frame, k));
+        if (sum != u8(frame, 5 + length)) {
+            // Skip only the header's first byte: a real request may start
+            // inside what looked like one.
+            ++badRequestCount;
+            Reply bad;
+            bad.code = u8(frame, 5);
+            bad.description = QString("request with a wrong sum dropped: %1")
+                                  .arg(frameformat::hexDump(frame).trimmed());
+            replies.append(bad);
+            inBuffer.remove(0, 1);
+            continue;
+        }
+        replies.append(handleRequest(frame));
+        inBuffer.remove(0, total);
+    }
+    return replies;
+}
+
+QByteArray RadarSimulator::resultFrame(quint8 code, const QByteArray &payload) const
+{
+    return frameformat::buildFrame(code, payload);
+}
+
+RadarSimulator::Reply RadarSimulator::handleRequest(const QByteArray &frame)
+{
+    Reply reply;
+    const int length = (u8(frame, 3) << 8) | u8(frame, 4);
+    const QByteArray payload = frame.mid(6, std::max(0, length - 1));
+    reply.code = u8(frame, 5);
+    const QString request = QString("request %1 (%2) %3")
+                                .arg(reply.code)
+                                .arg(codeName(reply.code))
+                                .arg(frameformat::hexDump(frame).trimmed());
+    QString outcome;
+
+    switch (reply.code) {
+    case SetBaudrate: {
+        const int rate = payload.size() == 3
+                             ? (u8(payload, 0) << 16) | (u8(payload, 1) << 8) | u8(payload, 2)
+                             : 0;
+        const bool ok = !answerBaudNg && rate > 0;
+        reply.frames.append(resultFrame(SetBaudrate, QByteArray(1, char(ok ? kOk : kNg))));
+        if (ok)
+            reply.newBaudRate = rate;
+        outcome = ok ? QString("baud rate %1 OK").arg(rate) : QString("baud rate %1 NG").arg(rate);
+        break;
+    }
+    case SetTargetShowType: {
+        const int type = payload.isEmpty() ? 0 : u8(payload, 0);
+        const bool ok = type >= 1 && type <= 3;
+        if (ok)
+            currentShowType = type;
+        reply.frames.append(resultFrame(SetTargetShowType, QByteArray(1, char(ok ? kOk : kNg))));
+        outcome = QString("show type %1 %2").arg(type).arg(ok ? "OK" : "NG");
+        break;
+    }
+    case ReadTargetShowType:
+        reply.frames.append(
+            resultFrame(ReadTargetShowType, QByteArray(1, char(quint8(currentShowType)))));
+        outcome = QString("show type is %1").arg(currentShowType);
+        break;
+    case SetArea: {
+        const int number = qint8(u8(payload, 0));
+        const int type = qint8(u8(payload, 9));
+        const bool ok =
+            payload.size() >= 10 && number >= 1 && number <= kAreaCount && (type == 0 || type == 1);
+        if (ok) {
+            Area &a = areas[size_t(number - 1)];
+            a.defined = true;
+            a.type = quint8(type);
+            for (int k = 0; k < 8; ++k)
+                a.corners[size_t(k)] = qint8(u8(payload, 1 + k));
+        }
+        QByteArray answer;
+        answer.append(char(quint8(number)));
+        answer.append(char(quint8(type)));
+        answer.append(char(ok ? kOk : kNg));
+        reply.frames.append(resultFrame(SetArea, answer));
+        outcome = QString("area %1 type %2 %3").arg(number).arg(type).arg(ok ? "OK" : "NG");
+        break;
+    }
+    case RepealArea: {
+        const int number = qint8(u8(payload, 0));
+        const bool ok = !payload.isEmpty() && number >= 1 && number <= kAreaCount;
+        if (ok)
+            areas[size_t(number - 1)] = Area();
+        QByteArray answer;
+        answer.append(char(quint8(number)));
+        answer.append(char(ok ? kOk : kNg));
+        reply.frames.append(resultFrame(RepealArea, answer));
+        outcome = QString("repeal area %1 %2").arg(number).arg(ok ? "OK" : "NG");
+        break;
+    }
+    case ReadArea: {
+        // Three 10-byte records: area number, type (2 = not defined), four corners.
+        QByteArray answer;
+        for (int k = 0; k < kAreaCount; ++k) {
+            const Area &a = areas[size_t(k)];
+            answer.append(char(k + 1));
+            answer.append(char(a.defined ? a.type : 2));
+            for (int c = 0; c < 8; ++c)
+                answer.append(char(a.defined ? a.corners[size_t(c)] : 0));
+        }
+        reply.frames.append(resultFrame(ReadArea, answer));
+        outcome = "areas read";
+        break;
+    }
+    case CancelAllArea:
+        for (Area &a : areas)
+            a = Area();
+        reply.frames.append(resultFrame(CancelAllArea, QByteArray(1, char(kOk))));
+        outcome = "all areas cancelled";
+        break;
+    default:
+        outcome = "no answer";
+        break;
+    }
+    reply.description = request + " -> " + outcome;
+    return reply;
+}
+
+QByteArray RadarSimulator::targetReport(const QVector<QPointF> &targets) const
+{
+    QByteArray payload;
+    payload.reserve(targets.size() * 2);
+    for (const QPointF &p : targets) {
+        payload.append(char(frameformat::encodeCoordinate(p.x())));
+        payload.append(char(frameformat::encodeCoordinate(p.y())));
+    }
+    return frameformat::buildFrame(TargetReport, payload);
+}
+
+bool RadarSimulator::contains(const Area &a, qint8 x, qint8 y) const
+{
+    if (!a.defined)
+        return false;
+    // The box spanned by the four corners, whichever way round they came.
+    int xMin = a.corners[0], xMax = a.corners[0];
+    int yMin = a.corners[1], yMax = a.corners[1];
+    for (size_t c = 2; c < 8; c += 2) {
+        xMin = std::min<int>(xMin, a.corners[c]);
+        xMax = std::max<int>(xMax, a.corners[c]);
+        yMin = std::min<int>(yMin, a.corners[c + 1]);
+        yMax = std::max<int>(yMax, a.corners[c + 1]);
+    }
+    return x >= xMin && x <= xMax && y >= yMin && y <= yMax;
+}
+
+quint8 RadarSimulator::occupancy(const QVector<QPointF> &targets) const
+{
+    // Compared on the 0.1 m values sent, so the report agrees with the targets.
+    quint8 mask = 0;
+    for (const QPointF &p : targets) {
+        const qint8 x = frameformat::encodeCoordinate(p.x());
+        const qint8 y = frameformat::encodeCoordinate(p.y());
+        for (int k = 0; k < kAreaCount; ++k)
+            if (contains(areas[size_t(k)], x, y))
+                mask = quint8(mask | (1u << k));
+    }
+    return mask;
+}
+
+QByteArray RadarSimulator::areaReport(const QVector<QPointF> &targets) const
+{
+    const quint8 mask = occupancy(targets);
+    QByteArray payload;
+    for (int k = 0; k < kAreaCount; ++k)
+        payload.append(char((mask >> k) & 1));
+    return frameformat::buildFrame(TargetAreaReport, payload);
+}

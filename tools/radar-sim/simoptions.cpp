@@ -1,0 +1,212 @@
+#include "tools/radar-sim/simoptions.h"
+
+#include <QSet>
+
+#include <cmath>
+
+namespace
+{
+
+const QStringList kValueOptions = {"--port",    "--baud",         "--rate",
+                                   "--targets", "--fixed",        "--seed",
+                                   "--noise",   "--bad-checksum", "--disconnect-after",
+                                   "--replay",  "--gap",          "--settle"};
+const QStringList kFlagOptions = {"--split", "--baud-ng", "--verbose", "--help"};
+
+// Options that shape the generated stream; a replay plays recorded bytes
+// unchanged, so they make no sense together with it.
+const QStringList kGeneratorOptions = {"--rate",  "--targets", "--fixed",
+                                       "--seed",  "--noise",   "--bad-checksum",
+                                       "--split", "--gap",     "--settle"};
+
+bool toInt(const QString &text, qint64 minimum, qint64 maximum, qint64 *value)
+{
+    bool ok = false;
+    const qint64 v = text.trimmed().toLongLong(&ok, 10);
+    if (!ok || v < minimum || v > maximum)
+        return false;
+    *value = v;
+    return true;
+}
+
+bool toDouble(const QString &text, double minimum, double maximum, double *value)
+{
+    bool ok = false;
+    const double v = text.trimmed().toDouble(&ok);
+    if (!ok || !std::isfinite(v) || v < minimum || v > maximum)
+        return false;
+    *value = v;
+    return true;
+}
+
+} // namespace
+
+bool SimOptions::parse(const QStringList &args, SimOptions *out, QString *error)
+{
+    SimOptions o;
+    QSet<QString> given;
+    auto fail = [error](const QString &message) {
+        if (error)
+            *error = message;
+        return false;
+    };
+
+    for (int i = 0; i < args.size(); ++i) {
+        QString name = args.at(i);
+        QString value;
+        bool hasInlineValue = false;
+        const int eq = name.indexOf('=');
+        if (name.startsWith("--") && eq > 2) {
+            value = name.mid(eq + 1);
+            name = name.left(eq);
+            hasInlineValue = true;
+        }
+        if (name == "-h")
+            name = "--help";
+
+        if (kFlagOptions.contains(name)) {
+            if (hasInlineValue)
+                return fail(QString("option %1 takes no value").arg(name));
+            given.insert(name);
+            if (name == "--split")
+                o.split = true;
+            else if (name == "--baud-ng")
+                o.baudNg = true;
+            else if (name == "--verbose")
+                o.verbose = true;
+            else
+                o.help = true;
+            continue;
+        }
+        if (!kValueOptions.contains(name)) {
+            if (name.startsWith('-'))
+                return fail(QString("unknown option %1").arg(name));
+            return fail(QString("unexpected argument \"%1\"").arg(name));
+        }
+        if (!hasInlineValue) {
+            if (i + 1 >= args.size())
+                return fail(QString("option %1 needs a value").arg(name));
+            value = args.at(++i);
+        }
+        given.insert(name);
+
+        qint64 n = 0;
+        double d = 0.0;
+        if (name == "--port") {
+            if (value.isEmpty())
+                return fail("option --port needs a port name");
+            o.port = value;
+        } else if (name == "--baud") {
+            // The rate travels as a 24-bit number in the protocol.
+            if (!toInt(value, 1, 0xFFFFFF, &n))
+                return fail(QString("--baud: \"%1\" is not a baud rate (1..16777215)").arg(value));
+            o.baud = int(n);
+        } else if (name == "--rate") {
+            if (!toDouble(value, 0.0, 1000.0, &d))
+                return fail(QString("--rate: \"%1\" is not a rate in Hz (0..1000)").arg(value));
+            o.rate = d;
+        } else if (name == "--targets") {
+            if (!toInt(value, 0, 128, &n))
+                return fail(QString("--targets: \"%1\" is not a count (0..128)").arg(value));
+            o.targets = int(n);
+            o.targetsGiven = true;
+        } else if (name == "--fixed") {
+            const QStringList xy = value.split(',');
+            double x = 0.0;
+            double y = 0.0;
+            if (xy.size() != 2 || !toDouble(xy.at(0), -12.8, 12.7, &x) ||
+                !toDouble(xy.at(1), -12.8, 12.7, &y))
+                return fail(QString("--fixed: \"%1\" is not a point X,Y in metres "
+                                    "(each -12.8..12.7)")
+                                .arg(value));
+            if (o.fixed.size() >= 128)
+                return fail("--fixed: at most 128 points");
+            o.fixed.append(QPointF(x, y));
+        } else if (name == "--seed") {
+            if (!toInt(value, 0, 0xFFFFFFFFLL, &n))
+                return fail(QString("--seed: \"%1\" is not a number (0..4294967295)").arg(value));
+            o.seed = quint32(n);
+            o.seedGiven = true;
+        } else if (name == "--noise") {
+            if (!toInt(value, 0, 4096, &n))
+                return fail(QString("--noise: \"%1\" is not a byte count (0..4096)").arg(value));
+            o.noise = int(n);
+        } else if (name == "--bad-checksum") {
+            if (!toDouble(value, 0.0, 1.0, &d))
+                return fail(
+                    QString("--bad-checksum: \"%1\" is not a probability (0..1)").arg(value));
+            o.badChecksum = d;
+        } else if (name == "--disconnect-after") {
+            if (!toDouble(value, 0.0, 1e6, &d) || d <= 0.0)
+                return fail(
+                    QString("--disconnect-after: \"%1\" is not a positive number of seconds")
+                        .arg(value));
+            o.disconnectAfter = d;
+        } else if (name == "--replay") {
+            if (value.isEmpty())
+                return fail("option --replay needs a file name");
+            o.replayFile = value;
+        } else if (name == "--settle") {
+            if (!toInt(value, 0, 10000, &n))
+                return fail(QString("--settle: \"%1\" is not a time in ms (0..10000)").arg(value));
+            o.settleMs = int(n);
+        } else if (name == "--gap") {
+            if (!toInt(value, 0, 1000, &n))
+                return fail(QString("--gap: \"%1\" is not a pause in ms (0..1000)").arg(value));
+            o.gapMs = int(n);
+        }
+    }
+
+    if (!o.fixed.isEmpty() && o.targetsGiven && o.targets != o.fixed.size())
+        return fail(QString("--targets %1 does not match the %2 --fixed point(s)")
+                        .arg(o.targets)
+                        .arg(o.fixed.size()));
+    if (!o.replayFile.isEmpty()) {
+        for (const QString &g : kGeneratorOptions)
+            if (given.contains(g))
+                return fail(QString("--replay plays the recorded bytes as they are; "
+                                    "it cannot be combined with %1")
+                                .arg(g));
+    }
+    *out = o;
+    return true;
+}
+
+QString SimOptions::usage()
+{
+    return QStringLiteral(
+        "Usage: radar-sim [options]\n"
+        "\n"
+        "Plays the radar module on a serial line. By default it creates a pseudo-terminal,\n"
+        "prints the path of the port to open on one line of standard output, and speaks the\n"
+        "module's protocol there: it answers every request (codes 1-6 and 10), keeps three\n"
+        "areas, the display type and the baud rate, and streams target reports (code 7) and\n"
+        "area-presence reports (code 8) while the port is open on the other side.\n"
+        "\n"
+        "Options:\n"
+        "  --port NAME             use this serial port instead of a pseudo-terminal\n"
+        "  --baud N                the module's baud rate at start (default 9600)\n"
+        "  --rate HZ               report frames per second, 0 for none (default 10)\n"
+        "  --targets N             people walking in x -5..5 m, y 0.3..8 m (0..128, default 3)\n"
+        "  --fixed X,Y             a person standing still at X,Y metres; repeat for more;\n"
+        "                          replaces the walking people\n"
+        "  --seed N                seed of the walking paths (default: from the clock)\n"
+        "  --noise N               N garbage bytes (never 0xFF) before every frame\n"
+        "  --bad-checksum P        probability 0..1 that a frame carries a wrong sum\n"
+        "  --split                 write every frame in 2 to 4 random chunks, 2 ms apart\n"
+        "  --gap MS                pause after each frame, 0..1000 ms (default 5; shortened at\n"
+        "                          high rates so that a period's two reports fit in it)\n"
+        "  --settle MS             quiet time after the port is opened before reports start,\n"
+        "                          0..10000 ms (default 200), so that the answers to the tool's\n"
+        "                          first requests do not arrive inside a burst of reports\n"
+        "  --disconnect-after S    S seconds after the port is first opened, close it and\n"
+        "                          exit with 0\n"
+        "  --baud-ng               answer every baud-rate change with NG\n"
+        "  --replay FILE           play back the \"RecvData:\" lines of a diagnostic log file\n"
+        "                          with their original timing instead of generating frames\n"
+        "  --verbose               print requests, answers and port events on standard error\n"
+        "  --help                  print this text and exit\n"
+        "\n"
+        "Exit codes: 0 after --help or --disconnect-after, 1 when the port or pseudo-terminal\n"
+        "cannot be opened, 2 for a bad command line or an unreadable replay file.\n");
+}
