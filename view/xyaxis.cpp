@@ -1,4 +1,5 @@
 #include "view/xyaxis.h"
+#include "view/truncation.h"
 
 #include <QDebug>
 #include <QFont>
@@ -17,18 +18,6 @@ namespace
 constexpr int kMaxTicks = 10000;
 // decimalsFor stops counting here (a double carries no more digits).
 constexpr int kMaxDecimals = 17;
-
-// Truncation toward zero that stays defined for values outside int.
-int truncToInt(double v)
-{
-    if (std::isnan(v))
-        return 0;
-    if (v >= static_cast<double>(INT_MAX))
-        return INT_MAX;
-    if (v <= static_cast<double>(INT_MIN))
-        return INT_MIN;
-    return static_cast<int>(v);
-}
 
 // qRound for a non-negative value, in 64 bits and clamped.
 qint64 roundNonNegative(double v)
@@ -126,7 +115,7 @@ void XYAxis::calcScale(double length)
     if (stepMode == 0)
         valueSpace = fixedValueStep;
     else if (stepMode == 1)
-        valueSpace = calcValueSpace(unitP2V, truncToInt(tickPxHint));
+        valueSpace = calcValueSpace(unitP2V, truncateToInt(tickPxHint));
     else
         return;
     pxSpace = calcPxSpace(unitP2V, valueSpace);
@@ -237,7 +226,7 @@ void XYAxis::walkHorizontal()
 
 void XYAxis::recordTick(double p, double off, int decimals)
 {
-    tickPositions.append(truncToInt(std::round(p)));
+    tickPositions.append(truncateToInt(std::round(p)));
     QString label = QString::number(off * unitP2V + minValue, 'f', decimals);
     // Cut at the first ".0": drops a trailing ".0" (and, deliberately, also
     // shortens labels with more decimals such as 1.05).
@@ -253,11 +242,11 @@ bool XYAxis::isMajorTick(int tickIndex) const
 {
     if (tickIndex < 0 || tickIndex >= tickLabels.size())
         return false;
-    const int unit = truncToInt(range * 10);
+    const int unit = truncateToInt(range * 10);
     // A range below 0.1 has no whole multiples at this resolution.
     if (unit == 0)
         return false;
-    const int v = truncToInt(tickLabels.at(tickIndex).toDouble() * 10);
+    const int v = truncateToInt(tickLabels.at(tickIndex).toDouble() * 10);
     return static_cast<qint64>(v) % unit == 0;
 }
 

@@ -1,4 +1,5 @@
 #include "view/xyview.h"
+#include "view/truncation.h"
 
 #include "app/translationtable.h"
 #include "log/condlock.h"
@@ -19,19 +20,6 @@
 
 namespace
 {
-
-// Pixel values from doubles are truncated toward zero; kept defined for
-// values outside int.
-int toPx(double v)
-{
-    if (std::isnan(v))
-        return 0;
-    if (v >= static_cast<double>(INT_MAX))
-        return INT_MAX;
-    if (v <= static_cast<double>(INT_MIN))
-        return INT_MIN;
-    return static_cast<int>(v);
-}
 
 const QColor kGridColour(0, 0, 0, 100);
 const QColor kAxisColour(0, 0, 0, 200);
@@ -314,8 +302,8 @@ void XYView::paintEvent(QPaintEvent *event)
                 continue;
             }
             const QRectF r = areas[i].rect;
-            if (toPx(r.top()) == 0 && toPx(r.bottom()) == 0 &&
-                toPx(r.left()) != (toPx(r.right()) > 0 ? 1 : 0)) {
+            if (truncateToInt(r.top()) == 0 && truncateToInt(r.bottom()) == 0 &&
+                truncateToInt(r.left()) != (truncateToInt(r.right()) > 0 ? 1 : 0)) {
                 // Left saved on purpose: the rest of this paint keeps the
                 // render hints set above.
                 qDebug() << "unsetting area";
@@ -331,13 +319,14 @@ void XYView::paintEvent(QPaintEvent *event)
                 fill = kOccupiedColour;
             painter.setPen(kOutlineColour);
             painter.setBrush(QBrush(fill, Qt::SolidPattern));
-            const QRect box(toPx(p1.x()), toPx(p1.y()), toPx(w), toPx(h));
+            const QRect box(truncateToInt(p1.x()), truncateToInt(p1.y()), truncateToInt(w),
+                            truncateToInt(h));
             painter.drawRects(&box, 1);
 
             const QString label = QStringLiteral("%1%2").arg(table.text(areas[i].type == 0 ? 3 : 4),
                                                              QString::number(n));
-            const QRect labelRect(toPx(p1.x() + w * 0.25), toPx(p1.y() + h * 0.5), toPx(w * 0.5),
-                                  toPx(h * 0.5));
+            const QRect labelRect(truncateToInt(p1.x() + w * 0.25), truncateToInt(p1.y() + h * 0.5),
+                                  truncateToInt(w * 0.5), truncateToInt(h * 0.5));
             painter.drawText(QRectF(labelRect), label, QTextOption());
             painter.restore();
         }
@@ -358,10 +347,11 @@ void XYView::paintEvent(QPaintEvent *event)
             const QPointF px = valueToPixel(p);
             // The 20-pixel disc centred on the target, as
             // drawEllipse(X - 10, Y - 10, 20, 20) in the target colours.
-            painter.drawImage(
-                QPoint(toPx(px.x() - 10) - kDiscMargin, toPx(px.y() - 10) - kDiscMargin), disc);
+            painter.drawImage(QPoint(truncateToInt(px.x() - 10) - kDiscMargin,
+                                     truncateToInt(px.y() - 10) - kDiscMargin),
+                              disc);
 
-            const QPoint corner(toPx(px.x() - 40), toPx(px.y() - 30));
+            const QPoint corner(truncateToInt(px.x() - 40), truncateToInt(px.y() - 30));
             painter.fillRect(QRect(corner, QSize(100, 19)), kTargetLabelColour);
             const QString text = QStringLiteral("%1:(%2,%3)")
                                      .arg(QString::number(k + 1), QString::number(p.x(), 'f', 1),

@@ -57,6 +57,7 @@ private slots:
     void badCommandLines();
     void printsPseudoTerminalPath();
     void protocolOverPty();
+    void presetAreas();
     void baudNg();
     void streaming();
     void seedGivesTheSameWalk();
@@ -81,9 +82,10 @@ void TestRadarSimProcess::help()
     QCOMPARE(p.exitCode(), 0);
     const QString out = QString::fromLocal8Bit(p.readAllStandardOutput());
     for (const char *option :
-         {"--port NAME", "--baud N", "--rate HZ", "--targets N", "--fixed X,Y", "--seed N",
-          "--noise N", "--bad-checksum P", "--split", "--gap MS", "--settle MS",
-          "--disconnect-after S", "--baud-ng", "--replay FILE", "--verbose", "--help"})
+         {"--port NAME", "--area N,TYPE,X1,Y1,X2,Y2", "--baud N", "--rate HZ", "--targets N",
+          "--fixed X,Y", "--seed N", "--noise N", "--bad-checksum P", "--split", "--gap MS",
+          "--settle MS", "--disconnect-after S", "--baud-ng", "--replay FILE", "--verbose",
+          "--help"})
         QVERIFY2(out.contains(QLatin1String(option)), option);
     QVERIFY(out.contains("Exit codes"));
 }
@@ -105,6 +107,8 @@ void TestRadarSimProcess::badCommandLines_data()
     QTest::newRow("too many targets") << QStringList{"--targets", "500"} << "--targets";
     QTest::newRow("value missing") << QStringList{"--seed"} << "needs a value";
     QTest::newRow("bad point") << QStringList{"--fixed", "1;2"} << "--fixed";
+    QTest::newRow("bad area number") << QStringList{"--area", "5,0,-1,2,1,1"} << "--area";
+    QTest::newRow("area corners reversed") << QStringList{"--area", "1,0,1,1,-1,2"} << "upper-left";
     QTest::newRow("probability") << QStringList{"--bad-checksum", "2"} << "--bad-checksum";
     QTest::newRow("unreadable replay file")
         << QStringList{"--replay", dir.filePath("does-not-exist.txt")} << "cannot read";
@@ -228,6 +232,31 @@ void TestRadarSimProcess::protocolOverPty()
     QVERIFY2(err.contains("request 6 (ReadArea) FF EE DD 00 01 06 06 DD EE FF"), qPrintable(err));
     QVERIFY2(err.contains("now at 115200 baud"), qPrintable(err));
     QCOMPARE(sim.process.state(), QProcess::Running);
+}
+
+void TestRadarSimProcess::presetAreas()
+{
+    SimProcess sim;
+    const QString path = sim.start({"--area", "1,0,-3.5,6.5,-0.5,3.5", "--area", "2,1,1,5,4,2",
+                                    "--fixed", "2.5,3.5", "--rate", "20"});
+    QVERIFY(!path.isEmpty());
+    PtyPeer peer;
+    QVERIFY(peer.open(path));
+
+    // The areas are there before the tool set any.
+    QVERIFY(peer.send(request(ReadArea)));
+    const QByteArray f = peer.waitForFrame(ReadArea);
+    QCOMPARE(f.size(), 40);
+    const auto areas = frameformat::decodeReadAreaResponse(f);
+    QCOMPARE(areas[0].type, 0);
+    QVERIFY(near(areas[0].rect.left(), -3.5) && near(areas[0].rect.top(), 6.5) &&
+            near(areas[0].rect.right(), -0.5) && near(areas[0].rect.bottom(), 3.5));
+    QCOMPARE(areas[1].type, 1);
+    QVERIFY(near(areas[1].rect.left(), 1.0) && near(areas[1].rect.top(), 5.0) &&
+            near(areas[1].rect.right(), 4.0) && near(areas[1].rect.bottom(), 2.0));
+    QCOMPARE(areas[2].type, 2);
+    // The person at (2.5, 3.5) stands in area 2.
+    QCOMPARE(waitForFlags(peer, 2), 2);
 }
 
 void TestRadarSimProcess::baudNg()

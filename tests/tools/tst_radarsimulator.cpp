@@ -56,6 +56,7 @@ private slots:
     void baudChangeIsAppliedByTheCaller();
     void areaReadBack_data();
     void areaReadBack();
+    void presetAreaReadBack();
     void repealAndCancel();
     void readAreaOfFreshModule();
     void requestScanning_data();
@@ -246,6 +247,47 @@ void TestRadarSimulator::areaReadBack()
     const QByteArray payload = frameformat::setAreaPayload(quint8(index), quint8(type), rect);
     QCOMPARE(read.mid(6 + 10 * index + 2, 8), payload.mid(1, 8));
     QCOMPARE(int(quint8(read.at(6 + 10 * index))), index + 1);
+}
+
+void TestRadarSimulator::presetAreaReadBack()
+{
+    // The presets the --area option produces, applied to a fresh module.
+    SimOptions o;
+    QString error;
+    QVERIFY2(
+        SimOptions::parse({"--area", "1,0,-3.5,6.5,-0.5,3.5", "--area", "3,1,1,5,4,2"}, &o, &error),
+        qPrintable(error));
+    QCOMPARE(o.areas.size(), 2);
+    RadarSimulator sim;
+    for (const SimOptions::AreaPreset &a : o.areas)
+        QVERIFY(sim.presetArea(a.number, a.type, a.rect));
+
+    const QByteArray read = answerOf(sim, request(6));
+    QCOMPARE(read.size(), frameformat::kReadAreaFrameSize);
+    QVERIFY(frameformat::checksumMatches(read));
+    const auto areas = frameformat::decodeReadAreaResponse(read);
+    QCOMPARE(areas[0].type, 0);
+    QVERIFY(sameRect(areas[0].rect, QRectF(QPointF(-3.5, 6.5), QPointF(-0.5, 3.5))));
+    QCOMPARE(areas[1].type, 2);
+    QCOMPARE(areas[2].type, 1);
+    QVERIFY(sameRect(areas[2].rect, QRectF(QPointF(1.0, 5.0), QPointF(4.0, 2.0))));
+    // Corner bytes as the tool's own set-area request carries them.
+    QCOMPARE(read.mid(6 + 2, 8), frameformat::setAreaPayload(0, 0, o.areas.at(0).rect).mid(1, 8));
+    QCOMPARE(read.mid(6 + 20 + 2, 8),
+             frameformat::setAreaPayload(2, 1, o.areas.at(1).rect).mid(1, 8));
+
+    // Occupancy uses the presets.
+    QCOMPARE(int(sim.occupancy({{-2.0, 5.0}})), 1);
+    QCOMPARE(int(sim.occupancy({{2.5, 3.5}})), 4);
+    QCOMPARE(int(sim.occupancy({{0.5, 1.5}})), 0);
+
+    // A later preset of the same number replaces the earlier one; bad ones are refused.
+    QVERIFY(sim.presetArea(1, 1, QRectF(QPointF(-1.0, 2.0), QPointF(1.0, 1.0))));
+    QCOMPARE(sim.area(0).type, quint8(1));
+    QCOMPARE(int(sim.occupancy({{-2.0, 5.0}})), 0);
+    QVERIFY(!sim.presetArea(4, 0, QRectF(QPointF(-1.0, 2.0), QPointF(1.0, 1.0))));
+    QVERIFY(!sim.presetArea(2, 2, QRectF(QPointF(-1.0, 2.0), QPointF(1.0, 1.0))));
+    QVERIFY(!sim.area(1).defined);
 }
 
 void TestRadarSimulator::repealAndCancel()
@@ -786,6 +828,10 @@ void TestRadarSimulator::options_data()
     QTest::newRow("rate zero") << QStringList{"--rate", "0"} << true << QString() << "rate=0";
     QTest::newRow("128 targets") << QStringList{"--targets", "128"} << true << QString()
                                  << "targets=128";
+    QTest::newRow("areas") << QStringList{"--area", "1,0,-3.5,6.5,-0.5,3.5", "--area=3,1,1,5,4,2"}
+                           << true << QString() << "areas";
+    QTest::newRow("area at the limits")
+        << QStringList{"--area", " 2 , 1 ,-12.8,12.7,12.7,-12.8"} << true << QString() << "limits";
 
     QTest::newRow("unknown option")
         << QStringList{"--bogus"} << false << "unknown option --bogus" << QString();
@@ -822,6 +868,28 @@ void TestRadarSimulator::options_data()
         << QStringList{"--settle", "10001"} << false << "--settle" << QString();
     QTest::newRow("seed negative") << QStringList{"--seed", "-1"} << false << "--seed" << QString();
     QTest::newRow("empty port") << QStringList{"--port", ""} << false << "--port" << QString();
+    QTest::newRow("area number 0")
+        << QStringList{"--area", "0,0,-1,2,1,1"} << false << "--area" << QString();
+    QTest::newRow("area number 4")
+        << QStringList{"--area", "4,0,-1,2,1,1"} << false << "--area" << QString();
+    QTest::newRow("area type 2") << QStringList{"--area", "1,2,-1,2,1,1"} << false << "--area"
+                                 << QString();
+    QTest::newRow("area five numbers")
+        << QStringList{"--area", "1,0,-1,2,1"} << false << "--area" << QString();
+    QTest::newRow("area seven numbers")
+        << QStringList{"--area", "1,0,-1,2,1,1,3"} << false << "--area" << QString();
+    QTest::newRow("area text corner")
+        << QStringList{"--area", "1,0,left,2,1,1"} << false << "--area" << QString();
+    QTest::newRow("area corner out of range")
+        << QStringList{"--area", "1,0,-1,13,1,1"} << false << "--area" << QString();
+    QTest::newRow("area x reversed")
+        << QStringList{"--area", "1,0,1,2,-1,1"} << false << "upper-left" << QString();
+    QTest::newRow("area y reversed")
+        << QStringList{"--area", "1,0,-1,1,1,2"} << false << "upper-left" << QString();
+    QTest::newRow("area flat") << QStringList{"--area", "1,0,-1,2,1,2"} << false << "upper-left"
+                               << QString();
+    QTest::newRow("area missing value")
+        << QStringList{"--area"} << false << "--area needs a value" << QString();
     QTest::newRow("replay with targets")
         << QStringList{"--replay", "x.txt", "--targets", "2"} << false
         << "cannot be combined with --targets" << QString();
@@ -895,7 +963,20 @@ void TestRadarSimulator::options()
             QCOMPARE(o.settleMs, value.toInt());
         else if (key == "replay")
             QCOMPARE(o.replayFile, value);
-        else if (key == "help")
+        else if (key == "areas") {
+            QCOMPARE(o.areas.size(), 2);
+            QCOMPARE(o.areas.at(0).number, 1);
+            QCOMPARE(o.areas.at(0).type, 0);
+            QCOMPARE(o.areas.at(0).rect, QRectF(QPointF(-3.5, 6.5), QPointF(-0.5, 3.5)));
+            QCOMPARE(o.areas.at(1).number, 3);
+            QCOMPARE(o.areas.at(1).type, 1);
+            QCOMPARE(o.areas.at(1).rect, QRectF(QPointF(1.0, 5.0), QPointF(4.0, 2.0)));
+        } else if (key == "limits") {
+            QCOMPARE(o.areas.size(), 1);
+            QCOMPARE(o.areas.at(0).number, 2);
+            QCOMPARE(o.areas.at(0).type, 1);
+            QCOMPARE(o.areas.at(0).rect, QRectF(QPointF(-12.8, 12.7), QPointF(12.7, -12.8)));
+        } else if (key == "help")
             QVERIFY(o.help);
         else
             QFAIL(qPrintable("unknown check " + key));

@@ -200,6 +200,13 @@ RadarSimulator::Reply RadarSimulator::handleRequest(const QByteArray &frame)
     return reply;
 }
 
+bool RadarSimulator::presetArea(int number, int type, const QRectF &rect)
+{
+    const QByteArray payload = frameformat::setAreaPayload(quint8(number - 1), quint8(type), rect);
+    const Reply reply = handleRequest(frameformat::buildFrame(SetArea, payload));
+    return !reply.frames.isEmpty() && frameformat::decodeSetAreaResponse(reply.frames.first()).ok;
+}
+
 QByteArray RadarSimulator::targetReport(const QVector<QPointF> &targets) const
 {
     QByteArray payload;

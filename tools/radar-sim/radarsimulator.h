@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QPointF>
+#include <QRectF>
 #include <QString>
 #include <QVector>
 
@@ -44,6 +45,10 @@ public:
     QList<Reply> receive(const QByteArray &bytes);
     // Answers one complete, checked request frame.
     Reply handleRequest(const QByteArray &frame);
+
+    // Sets area number (1..3) exactly as a set-area request for rect, the way
+    // the tool builds it, would; false when the request is answered NG.
+    bool presetArea(int number, int type, const QRectF &rect);
 
     // Requests dropped because their sum was wrong.
     int badRequests() const { return badRequestCount; }

@@ -7,10 +7,10 @@
 namespace
 {
 
-const QStringList kValueOptions = {"--port",    "--baud",         "--rate",
-                                   "--targets", "--fixed",        "--seed",
-                                   "--noise",   "--bad-checksum", "--disconnect-after",
-                                   "--replay",  "--gap",          "--settle"};
+const QStringList kValueOptions = {
+    "--port", "--baud",   "--rate",         "--targets",          "--fixed",
+    "--seed", "--noise",  "--bad-checksum", "--disconnect-after", "--replay",
+    "--gap",  "--settle", "--area"};
 const QStringList kFlagOptions = {"--split", "--baud-ng", "--verbose", "--help"};
 
 // Options that shape the generated stream; a replay plays recorded bytes
@@ -122,6 +122,28 @@ bool SimOptions::parse(const QStringList &args, SimOptions *out, QString *error)
             if (o.fixed.size() >= 128)
                 return fail("--fixed: at most 128 points");
             o.fixed.append(QPointF(x, y));
+        } else if (name == "--area") {
+            const QStringList f = value.split(',');
+            qint64 number = 0;
+            qint64 type = 0;
+            double c[4] = {0.0, 0.0, 0.0, 0.0};
+            bool ok = f.size() == 6 && toInt(f.at(0), 1, 3, &number) && toInt(f.at(1), 0, 1, &type);
+            for (int k = 0; ok && k < 4; ++k)
+                ok = toDouble(f.at(2 + k), -12.8, 12.7, &c[k]);
+            if (!ok)
+                return fail(QString("--area: \"%1\" is not N,TYPE,X1,Y1,X2,Y2 (N 1..3, TYPE 0 "
+                                    "or 1, corners in metres, each -12.8..12.7)")
+                                .arg(value));
+            // The module expects the first corner at the upper left.
+            if (!(c[0] < c[2]) || !(c[1] > c[3]))
+                return fail(QString("--area: \"%1\": the first corner must be the upper-left "
+                                    "one (X1 < X2, Y1 > Y2)")
+                                .arg(value));
+            AreaPreset a;
+            a.number = int(number);
+            a.type = int(type);
+            a.rect = QRectF(QPointF(c[0], c[1]), QPointF(c[2], c[3]));
+            o.areas.append(a);
         } else if (name == "--seed") {
             if (!toInt(value, 0, 0xFFFFFFFFLL, &n))
                 return fail(QString("--seed: \"%1\" is not a number (0..4294967295)").arg(value));
@@ -190,6 +212,10 @@ QString SimOptions::usage()
         "  --targets N             people walking in x -5..5 m, y 0.3..8 m (0..128, default 3)\n"
         "  --fixed X,Y             a person standing still at X,Y metres; repeat for more;\n"
         "                          replaces the walking people\n"
+        "  --area N,TYPE,X1,Y1,X2,Y2\n"
+        "                          hold area N (1..3) of type TYPE (0 or 1) from the start, with\n"
+        "                          its upper-left corner at X1,Y1 and its lower-right corner at\n"
+        "                          X2,Y2 metres, as if the tool had set it; repeat for more\n"
         "  --seed N                seed of the walking paths (default: from the clock)\n"
         "  --noise N               N garbage bytes (never 0xFF) before every frame\n"
         "  --bad-checksum P        probability 0..1 that a frame carries a wrong sum\n"

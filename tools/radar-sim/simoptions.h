@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QPointF>
+#include <QRectF>
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -8,12 +9,20 @@
 // Command line of radar-sim. parse() never exits: it reports a bad command
 // line through its result and message so that main() chooses the exit code.
 struct SimOptions {
+    // An area the module holds from the start (--area N,TYPE,X1,Y1,X2,Y2).
+    struct AreaPreset {
+        int number = 1; // 1..3
+        int type = 0;   // 0 or 1
+        QRectF rect;    // from the upper-left corner to the lower-right one, metres
+    };
+
     QString port;                // real serial port; empty = pseudo-terminal
     int baud = 9600;             // the module's rate at start
     double rate = 10.0;          // report frames per second (0 = none)
     int targets = 3;             // walking people, 0..128
     bool targetsGiven = false;   // --targets appeared on the command line
     QVector<QPointF> fixed;      // --fixed X,Y points (metres)
+    QVector<AreaPreset> areas;   // --area presets, in command-line order
     quint32 seed = 0;            // path seed
     bool seedGiven = false;      // --seed appeared on the command line
     int noise = 0;               // garbage bytes before every frame

@@ -23,6 +23,8 @@ SimRunner::SimRunner(const SimOptions &options, std::unique_ptr<SimPort> linePor
     : QObject(parent), opts(options), port(std::move(linePort)), module(options.baud)
 {
     module.setBaudNg(opts.baudNg);
+    for (const SimOptions::AreaPreset &a : opts.areas)
+        module.presetArea(a.number, a.type, a.rect);
     pathSeed = opts.seedGiven ? opts.seed : QRandomGenerator::system()->generate();
     if (opts.fixed.isEmpty())
         motion = std::make_unique<TargetMotion>(opts.targets, pathSeed);
