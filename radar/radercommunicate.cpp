@@ -228,6 +228,7 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
     // decoded frame, or from the header of an unfinished one. It is stored
     // once, after the loop, which leaves it as it would be after each frame.
     int keepFrom = -1;
+    bool waitingForRest = false;
     const int size = data.size();
     if (size >= kMinResponseSize) {
         const char *bytes = data.constData();
@@ -255,6 +256,7 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
             if (size - i < msgLen) {
                 writeLog("comm data size() < msgLen, ready to add next frame.");
                 keepFrom = i;
+                waitingForRest = true;
                 break;
             }
             // The frame is read in place; `data` outlives the call.
@@ -271,9 +273,11 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
     else
         lastPartData = data; // nothing found: everything waits
 
-    // An unfinished frame obeys the limit too: its declared length can reach
-    // 32 KiB, and waiting for that much would let noise grow the buffer.
-    if (lastPartData.size() > kMaxPendingBytes) {
+    // An unfinished frame waits for its rest whatever its size, so frames
+    // longer than the limit (reports of many targets) still arrive in pieces.
+    // That wait is bounded: a length read with signed bytes declares at most
+    // 127 * 256 + 9 + 127 bytes. Everything else obeys the 128-byte limit.
+    if (!waitingForRest && lastPartData.size() > kMaxPendingBytes) {
         lastPartData.clear();
         writeLog("baudrate error!");
         emit signal_serial_comm_error();

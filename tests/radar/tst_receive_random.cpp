@@ -1,8 +1,8 @@
 // Deterministic randomized run of the receive scan: hundreds of thousands of
 // random and mutated chunks (valid frames with flipped bytes, odd lengths,
 // headers everywhere). No crash, the carry-over never above 128 bytes after
-// a call, and the same carry-over, signal count and overflow count as a
-// small independent model of the scan.
+// a call unless it is an unfinished frame (bounded by the largest length), and the same carry-over,
+// signal count and overflow count as a small independent model of the scan.
 
 #include "radar/radercommunicate.h"
 #include "radar/radercommunicateaccess.h"
@@ -64,7 +64,7 @@ public:
         }
         if (!found && !waiting)
             pending.insert(pending.end(), incoming.begin(), incoming.end());
-        if (pending.size() > 128) {
+        if (!waiting && pending.size() > 128) {
             pending.clear();
             ++commErrors;
         }
@@ -143,19 +143,21 @@ public:
         case 1: // headers everywhere
             for (int k = below(8) + 1; k > 0; --k) {
                 p.insert(p.end(), {0xFF, 0xEE, 0xDD});
+                // Mostly small length bytes: an unfinished frame waits for
+                // all it declares, up to 32 KiB, which would starve the run.
                 for (int j = below(4); j > 0; --j)
-                    p.push_back(std::uint8_t(below(256)));
+                    p.push_back(std::uint8_t(below(16) == 0 ? below(256) : below(2)));
             }
             break;
         case 2: { // a frame with a length low byte of 0x80 or more
             p = frame();
             p[4] = std::uint8_t(0x80 + below(128));
-            p[3] = std::uint8_t(below(3) == 0 ? below(256) : 0);
+            p[3] = std::uint8_t(below(16) == 0 ? below(256) : 0);
             break;
         }
         case 3: { // a frame with a random length field
             p = frame();
-            p[3] = std::uint8_t(below(256));
+            p[3] = std::uint8_t(below(16) == 0 ? below(256) : below(2));
             p[4] = std::uint8_t(below(256));
             break;
         }
@@ -271,7 +273,10 @@ void TestReceiveRandom::randomChunks()
 
         const QByteArray pending = link->PendingBytes();
         maxPending = std::max(maxPending, int(pending.size()));
-        if (pending.size() > 128)
+        // Only an unfinished frame may wait with more than 128 bytes, and no
+        // frame declares more than 127 * 256 + 9 + 127 bytes.
+        const bool unfinished = pending.startsWith("\xFF\xEE\xDD");
+        if ((pending.size() > 128 && !unfinished) || pending.size() > 32648)
             failure = QString("chunk %1: %2 bytes pending").arg(c).arg(pending.size());
         else if (pending != QByteArray(reinterpret_cast<const char *>(model.pending.data()),
                                        int(model.pending.size())))
@@ -300,10 +305,11 @@ void TestReceiveRandom::randomChunks()
     qInfo("%d chunks: %ld signals, %ld overflows, largest carry-over %d", chunks, signalCount,
           commErrors, maxPending);
     QVERIFY2(failure.isEmpty(), qPrintable(failure));
-    // The run did exercise the scan: frames decoded, overflows seen, the
-    // carry-over reaching its limit.
-    QVERIFY2(signalCount > chunks / 20, qPrintable(QString::number(signalCount)));
-    QVERIFY(commErrors > 0);
+    // The run did exercise the scan: frames decoded, overflows seen (in the
+    // longer runs; unfinished frames with large lengths absorb many bytes),
+    // the carry-over reaching its limit.
+    QVERIFY2(signalCount > chunks / 100, qPrintable(QString::number(signalCount)));
+    QVERIFY(chunks < 10000 || commErrors > 0);
     QVERIFY2(maxPending > 100, qPrintable(QString::number(maxPending)));
 }
 
