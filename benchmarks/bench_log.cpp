@@ -47,27 +47,6 @@ private:
     int m_saved = -1;
 };
 
-// The same local clock the process-wide logger uses.
-LogClockReading localClock()
-{
-    using namespace std::chrono;
-    const milliseconds sinceEpoch =
-        duration_cast<milliseconds>(system_clock::now().time_since_epoch());
-    const std::time_t seconds = static_cast<std::time_t>(sinceEpoch.count() / 1000);
-    std::tm local{};
-    localtime_r(&seconds, &local);
-    LogClockReading reading;
-    reading.year = local.tm_year + 1900;
-    reading.month = local.tm_mon + 1;
-    reading.day = local.tm_mday;
-    reading.hour = local.tm_hour;
-    reading.minute = local.tm_min;
-    reading.second = local.tm_sec;
-    reading.millisecond = static_cast<int>(sinceEpoch.count() % 1000);
-    reading.stampMs = static_cast<std::uint64_t>(sinceEpoch.count());
-    return reading;
-}
-
 std::uintmax_t bytesUnder(const std::string &directory)
 {
     std::uintmax_t total = 0;
@@ -86,7 +65,7 @@ void BM_LoggerWrite(benchmark::State &state)
 {
     QTemporaryDir base;
     QuietStderr quiet;
-    auto logger = std::make_unique<Logger>(localClock, base.path().toStdString());
+    auto logger = std::make_unique<Logger>(&Logger::localClock, base.path().toStdString());
     for (auto _ : state)
         logger->write(kTypicalMessage);
     state.SetItemsProcessed(state.iterations());

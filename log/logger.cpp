@@ -45,7 +45,7 @@ struct LogEntry {
 // The one place that asks the platform for the local time: localtime_r
 // converts without re-reading the zone file on every call (tzset, which
 // QDateTime's local conversion triggers, probes /etc/localtime each time).
-LogClockReading readLocalClock()
+LogClockReading localClockReading()
 {
     using namespace std::chrono;
     const milliseconds sinceEpoch =
@@ -117,8 +117,13 @@ struct Logger::Private::DayCursor {
 
 Logger &Logger::instance()
 {
-    static Logger logger(readLocalClock, std::string());
+    static Logger logger(localClockReading, std::string());
     return logger;
+}
+
+LogClockReading Logger::localClock()
+{
+    return localClockReading();
 }
 
 Logger::Logger(Clock clock, std::string baseDirectory) : d(new Private)

@@ -34,6 +34,9 @@ public:
 
     static Logger &instance();
 
+    // The local clock instance() stamps its lines with.
+    static LogClockReading localClock();
+
     void write(const char *message);
     void write(const QByteArray &message);
     void write(const QString &message); // UTF-8

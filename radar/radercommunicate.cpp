@@ -284,6 +284,17 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
     }
 }
 
+// Decodes a one-byte result and writes its text to the debug output and the
+// log; true when the module answered OK.
+bool RaderCommunicate::reportResult(const QByteArray &frame, const char *okText, const char *ngText)
+{
+    const bool ok = frameformat::decodeResult(frame);
+    const char *text = ok ? okText : ngText;
+    linkDebug() << text;
+    writeLog(text);
+    return ok;
+}
+
 bool RaderCommunicate::ParseFrame(const QByteArray &frame)
 {
     using namespace frameformat;
@@ -303,22 +314,14 @@ bool RaderCommunicate::ParseFrame(const QByteArray &frame)
         writeLog("function code:" + QByteArray::number(code, 16));
 
     switch (code) {
-    case FunctionCode::SetBaudrate: {
-        const bool ok = decodeResult(frame);
-        const char *text = ok ? "Radar Baudrate SET OK" : "Radar Baudrate SET NG";
-        linkDebug() << text;
-        writeLog(text);
-        emit signal_BaudrateResp(ok);
+    case FunctionCode::SetBaudrate:
+        emit signal_BaudrateResp(
+            reportResult(frame, "Radar Baudrate SET OK", "Radar Baudrate SET NG"));
         break;
-    }
-    case FunctionCode::SetTargetShowType: {
-        const bool ok = decodeResult(frame);
-        const char *text = ok ? "Target show type SET OK." : "Target show type SET NG.";
-        linkDebug() << text;
-        writeLog(text);
-        emit signal_SetTargetShowTypeResp(ok);
+    case FunctionCode::SetTargetShowType:
+        emit signal_SetTargetShowTypeResp(
+            reportResult(frame, "Target show type SET OK.", "Target show type SET NG."));
         break;
-    }
     case FunctionCode::ReadTargetShowType: {
         const int type = decodeShowType(frame);
         linkDebug() << "目标显示方式：" << type;
@@ -371,14 +374,10 @@ bool RaderCommunicate::ParseFrame(const QByteArray &frame)
         emit signal_TargetAreaResp(flags);
         break;
     }
-    case FunctionCode::CancelAllArea: {
-        const bool ok = decodeResult(frame);
-        const char *text = ok ? "cancel_all Area OK" : "cancel_all Area NG";
-        linkDebug() << text;
-        writeLog(text);
-        emit signal_CancelAllAreaResp(ok);
+    case FunctionCode::CancelAllArea:
+        emit signal_CancelAllAreaResp(
+            reportResult(frame, "cancel_all Area OK", "cancel_all Area NG"));
         break;
-    }
     default:
         // Code 9 and unknown codes: checked and logged, nothing else.
         break;

@@ -64,6 +64,7 @@ private:
     RaderCommunicate();
 
     void writeLog(const char *text);
+    bool reportResult(const QByteArray &frame, const char *okText, const char *ngText);
     void writeLog(const QByteArray &text);
     void reportPortLost();
     void stopReadNotifications();

@@ -407,20 +407,8 @@ bool XYAxis::moveValueWidthPx(int px)
 
 void XYAxis::zoomValueIn()
 {
-    const double s = maxValue - minValue;
-    if (range >= s)
-        return;
-    const double q = s * 0.25;
-    if (q <= 0)
-        return;
-    if (range > s - q) {
-        minValue = minValue + (s - range) * 0.5;
-        maxValue = minValue + range;
-    } else {
-        minValue += q * 0.5;
-        maxValue -= q * 0.5;
-    }
-    updateAxis();
+    // The centre keeps its place: the same as zooming at fraction one half.
+    zoomInAtFraction(0.5);
 }
 
 void XYAxis::zoomValueOut()
@@ -441,6 +429,14 @@ void XYAxis::zoomValueOut()
 
 void XYAxis::zoomValueInPos(QPoint pos)
 {
+    zoomInAtFraction(posFraction(pos));
+}
+
+// Narrows the span by a quarter, keeping the value at fraction f of the axis
+// in place; a span that would fall below range becomes exactly range,
+// centred, whatever f is.
+void XYAxis::zoomInAtFraction(double f)
+{
     const double s = maxValue - minValue;
     if (range >= s)
         return;
@@ -451,7 +447,6 @@ void XYAxis::zoomValueInPos(QPoint pos)
         minValue = minValue + (s - range) * 0.5;
         maxValue = minValue + range;
     } else {
-        const double f = posFraction(pos);
         minValue += f * q;
         maxValue -= (1 - f) * q;
     }

@@ -98,6 +98,7 @@ public slots:
     void setValueRange(double min, double max);
 
 private:
+    void zoomInAtFraction(double f);
     double stepValue() const;
     void walkVertical();
     void walkHorizontal();
