@@ -64,26 +64,6 @@ QString hexDump(const QByteArray &bytes)
     return QString::fromLatin1(hexDumpLatin1(bytes));
 }
 
-quint8 byteAt(const QByteArray &data, int offset)
-{
-    if (offset < 0 || offset >= data.size())
-        return 0;
-    return quint8(data.constData()[offset]);
-}
-
-qint8 signedByteAt(const QByteArray &data, int offset)
-{
-    return qint8(byteAt(data, offset));
-}
-
-bool hasHeaderAt(const QByteArray &data, int offset)
-{
-    if (offset < 0 || offset > data.size() - 3)
-        return false;
-    const char *p = data.constData() + offset;
-    return quint8(p[0]) == kHeader[0] && quint8(p[1]) == kHeader[1] && quint8(p[2]) == kHeader[2];
-}
-
 int declaredFrameSize(const QByteArray &data, int offset)
 {
     return 256 * signedByteAt(data, offset + kLengthOffset) + 9 +
@@ -129,11 +109,6 @@ qint8 encodeCoordinate(double metres)
         return 0;
     const int low = int(std::fmod(std::trunc(scaled), 256.0)); // -255 .. 255
     return qint8(quint8(low & 0xFF));
-}
-
-double decodeCoordinate(qint8 decimetres)
-{
-    return decimetres * 0.1;
 }
 
 QByteArray setAreaPayload(quint8 index, quint8 type, const QRectF &rect)

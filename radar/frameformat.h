@@ -44,11 +44,26 @@ QString hexDump(const QByteArray &bytes);
 QByteArray hexDumpLatin1(const QByteArray &bytes);
 
 // Byte at offset, or 0 when the offset lies outside the data.
-quint8 byteAt(const QByteArray &data, int offset);
-qint8 signedByteAt(const QByteArray &data, int offset);
+inline quint8 byteAt(const QByteArray &data, int offset)
+{
+    if (offset < 0 || offset >= data.size())
+        return 0;
+    return quint8(data.constData()[offset]);
+}
+
+inline qint8 signedByteAt(const QByteArray &data, int offset)
+{
+    return qint8(byteAt(data, offset));
+}
 
 // True when FF EE DD starts at offset (a position beyond the end never matches).
-bool hasHeaderAt(const QByteArray &data, int offset);
+inline bool hasHeaderAt(const QByteArray &data, int offset)
+{
+    if (offset < 0 || offset > data.size() - 3)
+        return false;
+    const char *p = data.constData() + offset;
+    return quint8(p[0]) == 0xFF && quint8(p[1]) == 0xEE && quint8(p[2]) == 0xDD;
+}
 // Size of the frame whose header starts at offset, from its length field read
 // with signed bytes: 256 * s(byte 3) + 9 + s(byte 4). Missing bytes read 0.
 int declaredFrameSize(const QByteArray &data, int offset);
@@ -62,7 +77,10 @@ bool checksumMatches(const QByteArray &frame);
 
 // Metres to 0.1 m signed byte: truncation toward zero, low 8 bits kept.
 qint8 encodeCoordinate(double metres);
-double decodeCoordinate(qint8 decimetres);
+inline double decodeCoordinate(qint8 decimetres)
+{
+    return decimetres * 0.1;
+}
 
 QByteArray setAreaPayload(quint8 index, quint8 type, const QRectF &rect);
 QByteArray baudRatePayload(int baudRate);

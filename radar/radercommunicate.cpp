@@ -1,11 +1,11 @@
 #include "radar/radercommunicate.h"
 
 #include "log/logger.h"
+#include "radar/debugline.h"
 #include "radar/frameformat.h"
 
 #include <QDebug>
 #include <QDir>
-#include <QLoggingCategory>
 #include <QMetaType>
 #include <QSerialPortInfo>
 #include <QSocketNotifier>
@@ -23,19 +23,13 @@ constexpr int kMaxPendingBytes = 128;
 // port counts as gone (see handleSerialError).
 constexpr int kReadErrorsForLoss = 3;
 
-bool debugEnabled()
-{
-    const QLoggingCategory *category = QLoggingCategory::defaultCategory();
-    return category == nullptr || category->isDebugEnabled();
-}
-
 } // namespace
 
 // qDebug() that skips building its text when debug output is switched off
 // for the default category (for instance QT_LOGGING_RULES="default.debug=false"),
 // the way qCDebug does for its own categories.
 #define linkDebug()                                                                                \
-    for (bool linkDebugOn = debugEnabled(); linkDebugOn; linkDebugOn = false)                      \
+    for (bool linkDebugOn = debugline::enabled(); linkDebugOn; linkDebugOn = false)                \
     qDebug()
 
 RaderCommunicate *RaderCommunicate::GetInstance()
@@ -149,9 +143,8 @@ void RaderCommunicate::CloseSerial()
 bool RaderCommunicate::SendData(quint8 code, const QByteArray &payload)
 {
     const QByteArray frame = frameformat::buildFrame(code, payload);
-    const QByteArray hex = frameformat::hexDumpLatin1(frame);
-    linkDebug() << "SendData:" << QString::fromLatin1(hex);
-    writeLog("SendData:" + hex);
+    debugline::hexDump("SendData:", frame);
+    writeLog("SendData:" + frameformat::hexDumpLatin1(frame));
     // No look at bOpen: on a closed port the write fails.
     return serialPort.write(frame) > 0;
 }
@@ -209,26 +202,21 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
 {
     using namespace frameformat;
 
-    linkDebug() << "recvData:" << hexDump(incoming);
+    debugline::hexDump("recvData:", incoming);
     if (logEnabled)
         writeLog("RecvData:" + hexDumpLatin1(incoming));
 
     if (!lastPartData.isEmpty()) {
-        linkDebug() << "last part Data:" << hexDump(lastPartData);
+        debugline::hexDump("last part Data:", lastPartData);
         if (logEnabled)
             writeLog("Last part data:" + hexDumpLatin1(lastPartData));
     }
-    // data = carry-over followed by the new bytes, which is also what the
-    // carry-over becomes when no frame is found. The scan works on its own
-    // reference: a slot reached from ParseFrame may send, close or reopen.
-    lastPartData.append(incoming);
-    const QByteArray data = lastPartData;
+    // The scan works on its own data, carry-over followed by the new bytes: a
+    // slot reached from ParseFrame may send, close or reopen the port, or
+    // even read again from a nested event loop.
+    const QByteArray data = lastPartData.isEmpty() ? incoming : lastPartData + incoming;
 
-    // The carry-over after the scan is data from keepFrom on: after the last
-    // decoded frame, or from the header of an unfinished one. It is stored
-    // once, after the loop, which leaves it as it would be after each frame.
-    int keepFrom = -1;
-    bool waitingForRest = false;
+    bool found = false;
     const int size = data.size();
     if (size >= kMinResponseSize) {
         const char *bytes = data.constData();
@@ -254,30 +242,36 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
                 continue;
             }
             if (size - i < msgLen) {
+                // An unfinished frame waits for its rest whatever its size,
+                // so frames longer than the 128-byte limit (reports of many
+                // targets) still arrive in pieces. The wait is bounded: a
+                // length read with signed bytes declares at most
+                // 127 * 256 + 9 + 127 bytes.
                 writeLog("comm data size() < msgLen, ready to add next frame.");
-                keepFrom = i;
-                waitingForRest = true;
-                break;
+                lastPartData = data.mid(i);
+                return;
             }
             // The frame is read in place; `data` outlives the call.
-            ParseFrame(QByteArray::fromRawData(data.constData() + i, msgLen));
+            ParseFrame(QByteArray::fromRawData(bytes + i, msgLen));
             i += msgLen;
-            keepFrom = i;
+            // The carry-over is now what follows the frame. While the scan
+            // goes on it refers into `data` (no copy per frame); it gets
+            // storage of its own below, before `data` goes away.
+            lastPartData = QByteArray::fromRawData(bytes + i, size - i);
+            found = true;
             // The loop's increment follows: the byte right after a frame is
             // never tested as a header (kept as the module tool has it).
         }
     }
 
-    if (keepFrom >= 0)
-        lastPartData = keepFrom == 0 ? data : data.mid(keepFrom);
-    else
-        lastPartData = data; // nothing found: everything waits
+    if (found) {
+        // What follows the last frame, in storage of its own.
+        lastPartData = QByteArray(lastPartData.constData(), lastPartData.size());
+    } else {
+        lastPartData.append(incoming); // nothing found: everything waits
+    }
 
-    // An unfinished frame waits for its rest whatever its size, so frames
-    // longer than the limit (reports of many targets) still arrive in pieces.
-    // That wait is bounded: a length read with signed bytes declares at most
-    // 127 * 256 + 9 + 127 bytes. Everything else obeys the 128-byte limit.
-    if (!waitingForRest && lastPartData.size() > kMaxPendingBytes) {
+    if (lastPartData.size() > kMaxPendingBytes) {
         lastPartData.clear();
         writeLog("baudrate error!");
         emit signal_serial_comm_error();
@@ -309,7 +303,7 @@ bool RaderCommunicate::ParseFrame(const QByteArray &frame)
     }
 
     const int code = signedByteAt(frame, 5);
-    linkDebug() << "code:" << code;
+    debugline::number("code:", code);
     if (logEnabled)
         writeLog("function code:" + QByteArray::number(code, 16));
 
@@ -359,7 +353,7 @@ bool RaderCommunicate::ParseFrame(const QByteArray &frame)
     }
     case FunctionCode::TargetReport: {
         const QList<QPointF> targets = decodeTargets(frame);
-        linkDebug() << "targetList size:" << targets.size();
+        debugline::number("targetList size:", targets.size());
         if (logEnabled)
             writeLog("targetList size:" + QByteArray::number(targets.size()));
         emit signal_TargetResp(targets);

@@ -36,8 +36,12 @@ public:
     // The receive scan on bytes as they came from the port (what ReadData
     // does after reading). Public so the scan can be driven without a port.
     void ReceiveBytes(const QByteArray &incoming);
-    // Bytes held over for the next read.
-    QByteArray PendingBytes() const { return lastPartData; }
+    // Bytes held over for the next read (a copy: while a scan runs, the
+    // carry-over refers into the scan's data).
+    QByteArray PendingBytes() const
+    {
+        return QByteArray(lastPartData.constData(), lastPartData.size());
+    }
 
     // Link-is-up flag: the result of the last open, cleared by every close.
     bool bOpen = false;

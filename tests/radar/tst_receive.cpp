@@ -80,6 +80,9 @@ private slots:
     void textsForOverflow();
     void textsForBadChecksum();
 
+    void carryOverSeenFromSlots();
+    void nestedReadFromSlot();
+
 private:
     RaderCommunicate *link = nullptr;
 };
@@ -549,6 +552,60 @@ void TestReceive::textsForBadChecksum()
                                     "L:RecvData:FF EE DD 00 03 07 0A 1E 20 DD EE FF |"
                                     "L:start parse one frame.|"
                                     "D:sum check failed: \"2F \" \"20 \""));
+}
+
+// During a frame's signal the carry-over is what it was before the read (for
+// the first frame of a read) or what follows the previous frame: it is
+// replaced only after each frame has been dispatched.
+void TestReceive::carryOverSeenFromSlots()
+{
+    const QByteArray before = noise(5); // fewer than 11 bytes: only kept
+    const QByteArray first = hex("FF EE DD 00 03 07 0A 1E 2F DD EE FF");
+    const QByteArray second = hex("FF EE DD 00 03 07 0B 1E 30 DD EE FF");
+    const QByteArray third = hex("FF EE DD 00 03 07 0C 1E 31 DD EE FF");
+    const QByteArray tail = noise(3);
+
+    QList<QByteArray> seen;
+    QList<QPointF> firstTargets;
+    const QMetaObject::Connection connection =
+        connect(link, &RaderCommunicate::signal_TargetResp, this, [&](QList<QPointF> list) {
+            seen.append(link->PendingBytes());
+            firstTargets.append(list.value(0));
+        });
+    link->ReceiveBytes(before);
+    QCOMPARE(link->PendingBytes(), before);
+    link->ReceiveBytes(first + second + third + tail);
+    disconnect(connection);
+
+    // Back to back: the first and the third frame are decoded.
+    QCOMPARE(firstTargets, (QList<QPointF>{QPointF(1.0, 3.0), QPointF(1.2, 3.0)}));
+    QCOMPARE(seen.size(), 2);
+    QCOMPARE(seen[0].toHex(' '), before.toHex(' '));
+    QCOMPARE(seen[1].toHex(' '), (second + third + tail).toHex(' '));
+    QCOMPARE(link->PendingBytes().toHex(' '), tail.toHex(' '));
+}
+
+// A slot may read again before it returns (a message box runs a nested event
+// loop, and readyRead arrives in it). The nested read must not see the frame
+// being dispatched again.
+void TestReceive::nestedReadFromSlot()
+{
+    const QByteArray baudNg = hex("FF EE DD 00 02 01 00 01 DD EE FF");
+    const QByteArray targets = hex(kTargets);
+    int baudAnswers = 0;
+    const QMetaObject::Connection connection =
+        connect(link, &RaderCommunicate::signal_BaudrateResp, this, [&](bool) {
+            if (++baudAnswers == 1)
+                link->ReceiveBytes(targets + noise(2));
+        });
+    QSignalSpy targetSpy(link, &RaderCommunicate::signal_TargetResp);
+    link->ReceiveBytes(baudNg + noise(4));
+    disconnect(connection);
+
+    QCOMPARE(baudAnswers, 1);
+    QCOMPARE(targetSpy.count(), 1);
+    // The outer read has the last word: what follows its frame.
+    QCOMPARE(link->PendingBytes().toHex(' '), noise(4).toHex(' '));
 }
 
 QTEST_GUILESS_MAIN(TestReceive)
