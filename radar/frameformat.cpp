@@ -64,27 +64,27 @@ QString hexDump(const QByteArray &bytes)
     return QString::fromLatin1(hexDumpLatin1(bytes));
 }
 
-int declaredFrameSize(const QByteArray &data, int offset)
+int declaredFrameSize(ByteView data, int offset)
 {
     return 256 * signedByteAt(data, offset + kLengthOffset) + 9 +
            signedByteAt(data, offset + kLengthOffset + 1);
 }
 
-int signedLength(const QByteArray &frame)
+int signedLength(ByteView frame)
 {
     // The module's length field is read with signed bytes; only low bytes of
     // 0..127 come out right, which covers every frame the module sends.
     return 256 * signedByteAt(frame, kLengthOffset) + signedByteAt(frame, kLengthOffset + 1);
 }
 
-quint8 computeChecksum(const QByteArray &frame)
+quint8 computeChecksum(ByteView frame)
 {
     const int length = signedLength(frame);
     quint8 sum = 0;
     if (length <= 0)
         return sum;
     const int size = frame.size();
-    const char *p = frame.constData();
+    const char *p = frame.data();
     // Bytes past the end of a short frame count as 0, so only the present
     // ones need adding.
     const int end = qMin(kCodeOffset + length, size);
@@ -93,7 +93,7 @@ quint8 computeChecksum(const QByteArray &frame)
     return sum;
 }
 
-bool checksumMatches(const QByteArray &frame)
+bool checksumMatches(ByteView frame)
 {
     return computeChecksum(frame) == byteAt(frame, kCodeOffset + signedLength(frame));
 }
@@ -144,12 +144,12 @@ QByteArray baudRatePayload(int baudRate)
     return payload;
 }
 
-bool decodeResult(const QByteArray &frame)
+bool decodeResult(ByteView frame)
 {
     return byteAt(frame, 6) == 1;
 }
 
-SetAreaResponse decodeSetAreaResponse(const QByteArray &frame)
+SetAreaResponse decodeSetAreaResponse(ByteView frame)
 {
     SetAreaResponse r;
     r.number = signedByteAt(frame, 6);
@@ -158,7 +158,7 @@ SetAreaResponse decodeSetAreaResponse(const QByteArray &frame)
     return r;
 }
 
-RepealAreaResponse decodeRepealAreaResponse(const QByteArray &frame)
+RepealAreaResponse decodeRepealAreaResponse(ByteView frame)
 {
     RepealAreaResponse r;
     r.number = signedByteAt(frame, 6);
@@ -166,7 +166,7 @@ RepealAreaResponse decodeRepealAreaResponse(const QByteArray &frame)
     return r;
 }
 
-std::array<AreaReport, 3> decodeReadAreaResponse(const QByteArray &frame)
+std::array<AreaReport, 3> decodeReadAreaResponse(ByteView frame)
 {
     std::array<AreaReport, 3> areas;
     for (int k = 0; k < 3; ++k) {
@@ -181,12 +181,12 @@ std::array<AreaReport, 3> decodeReadAreaResponse(const QByteArray &frame)
     return areas;
 }
 
-int decodeShowType(const QByteArray &frame)
+int decodeShowType(ByteView frame)
 {
     return signedByteAt(frame, 6);
 }
 
-QList<QPointF> decodeTargets(const QByteArray &frame)
+QList<QPointF> decodeTargets(ByteView frame)
 {
     QList<QPointF> targets;
     const int size = frame.size();
@@ -201,7 +201,7 @@ QList<QPointF> decodeTargets(const QByteArray &frame)
     return targets;
 }
 
-char decodeAreaFlags(const QByteArray &frame)
+char decodeAreaFlags(ByteView frame)
 {
     const int flags = (byteAt(frame, 6) == 1 ? 1 : 0) + (byteAt(frame, 7) == 1 ? 2 : 0) +
                       (byteAt(frame, 8) == 1 ? 4 : 0);

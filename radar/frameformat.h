@@ -43,37 +43,54 @@ QString hexDump(const QByteArray &bytes);
 // The same text as Latin-1 bytes (for the diagnostic log).
 QByteArray hexDumpLatin1(const QByteArray &bytes);
 
+// Read-only bytes the decoders work on: a whole QByteArray or a frame inside
+// a larger buffer, read in place without a copy. Made implicitly from a
+// QByteArray, which must outlive the view.
+class ByteView
+{
+public:
+    ByteView(const QByteArray &bytes) : bytes(bytes.constData()), length(bytes.size()) {}
+    ByteView(const char *data, int size) : bytes(data), length(size) {}
+
+    const char *data() const { return bytes; }
+    int size() const { return length; }
+
+private:
+    const char *bytes;
+    int length;
+};
+
 // Byte at offset, or 0 when the offset lies outside the data.
-inline quint8 byteAt(const QByteArray &data, int offset)
+inline quint8 byteAt(ByteView data, int offset)
 {
     if (offset < 0 || offset >= data.size())
         return 0;
-    return quint8(data.constData()[offset]);
+    return quint8(data.data()[offset]);
 }
 
-inline qint8 signedByteAt(const QByteArray &data, int offset)
+inline qint8 signedByteAt(ByteView data, int offset)
 {
     return qint8(byteAt(data, offset));
 }
 
 // True when FF EE DD starts at offset (a position beyond the end never matches).
-inline bool hasHeaderAt(const QByteArray &data, int offset)
+inline bool hasHeaderAt(ByteView data, int offset)
 {
     if (offset < 0 || offset > data.size() - 3)
         return false;
-    const char *p = data.constData() + offset;
+    const char *p = data.data() + offset;
     return quint8(p[0]) == 0xFF && quint8(p[1]) == 0xEE && quint8(p[2]) == 0xDD;
 }
 // Size of the frame whose header starts at offset, from its length field read
 // with signed bytes: 256 * s(byte 3) + 9 + s(byte 4). Missing bytes read 0.
-int declaredFrameSize(const QByteArray &data, int offset);
+int declaredFrameSize(ByteView data, int offset);
 
 // Length field read with signed bytes: 256 * s(byte 3) + s(byte 4).
-int signedLength(const QByteArray &frame);
+int signedLength(ByteView frame);
 // 8-bit sum of bytes 5 .. 5 + length - 1 (none when length <= 0).
-quint8 computeChecksum(const QByteArray &frame);
+quint8 computeChecksum(ByteView frame);
 // True when the computed sum equals byte 5 + length.
-bool checksumMatches(const QByteArray &frame);
+bool checksumMatches(ByteView frame);
 
 // Metres to 0.1 m signed byte: truncation toward zero, low 8 bits kept.
 qint8 encodeCoordinate(double metres);
@@ -86,29 +103,29 @@ QByteArray setAreaPayload(quint8 index, quint8 type, const QRectF &rect);
 QByteArray baudRatePayload(int baudRate);
 
 // Response decoders. Offsets are frame offsets; missing bytes read as 0.
-bool decodeResult(const QByteArray &frame); // byte 6 == 1
+bool decodeResult(ByteView frame); // byte 6 == 1
 
 struct SetAreaResponse {
     int number = 0; // 1..3 on the wire
     int type = 0;
     bool ok = false;
 };
-SetAreaResponse decodeSetAreaResponse(const QByteArray &frame);
+SetAreaResponse decodeSetAreaResponse(ByteView frame);
 
 struct RepealAreaResponse {
     int number = 0;
     bool ok = false;
 };
-RepealAreaResponse decodeRepealAreaResponse(const QByteArray &frame);
+RepealAreaResponse decodeRepealAreaResponse(ByteView frame);
 
 struct AreaReport {
     int type = 0; // unsigned byte; 2 = no area defined
     QRectF rect;  // first and opposite corner, not normalised
 };
-std::array<AreaReport, 3> decodeReadAreaResponse(const QByteArray &frame);
+std::array<AreaReport, 3> decodeReadAreaResponse(ByteView frame);
 
-int decodeShowType(const QByteArray &frame); // signed byte 6
-QList<QPointF> decodeTargets(const QByteArray &frame);
-char decodeAreaFlags(const QByteArray &frame);
+int decodeShowType(ByteView frame); // signed byte 6
+QList<QPointF> decodeTargets(ByteView frame);
+char decodeAreaFlags(ByteView frame);
 
 } // namespace frameformat

@@ -19,6 +19,10 @@ namespace
 // Largest carry-over kept between reads; more is taken as a wrong baud rate.
 constexpr int kMaxPendingBytes = 128;
 
+// Largest storage the receive scan keeps for reuse; storage grown by an
+// unusually large read is given back.
+constexpr int kMaxSpareBytes = 64 * 1024;
+
 // Consecutive read errors, with no data arriving in between, after which the
 // port counts as gone (see handleSerialError).
 constexpr int kReadErrorsForLoss = 3;
@@ -29,7 +33,7 @@ constexpr int kReadErrorsForLoss = 3;
 // for the default category (for instance QT_LOGGING_RULES="default.debug=false"),
 // the way qCDebug does for its own categories.
 #define linkDebug()                                                                                \
-    for (bool linkDebugOn = debugline::enabled(); linkDebugOn; linkDebugOn = false)                \
+    for (bool linkDebugOn = DebugLine::enabled(); linkDebugOn; linkDebugOn = false)                \
     qDebug()
 
 RaderCommunicate *RaderCommunicate::GetInstance()
@@ -143,7 +147,7 @@ void RaderCommunicate::CloseSerial()
 bool RaderCommunicate::SendData(quint8 code, const QByteArray &payload)
 {
     const QByteArray frame = frameformat::buildFrame(code, payload);
-    debugline::hexDump("SendData:", frame);
+    sendDataLine.hexDump(frame);
     writeLog("SendData:" + frameformat::hexDumpLatin1(frame));
     // No look at bOpen: on a closed port the write fails.
     return serialPort.write(frame) > 0;
@@ -202,21 +206,26 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
 {
     using namespace frameformat;
 
-    debugline::hexDump("recvData:", incoming);
+    recvDataLine.hexDump(incoming);
     if (logEnabled)
         writeLog("RecvData:" + hexDumpLatin1(incoming));
 
     if (!lastPartData.isEmpty()) {
-        debugline::hexDump("last part Data:", lastPartData);
+        lastPartLine.hexDump(lastPartData);
         if (logEnabled)
             writeLog("Last part data:" + hexDumpLatin1(lastPartData));
     }
     // The scan works on its own data, carry-over followed by the new bytes: a
-    // slot reached from ParseFrame may send, close or reopen the port, or
-    // even read again from a nested event loop.
-    const QByteArray data = lastPartData.isEmpty() ? incoming : lastPartData + incoming;
+    // slot reached from a frame's signal may send, close or reopen the port,
+    // or even read again from a nested event loop.
+    QByteArray data = joinedWithCarryOver(incoming);
+    // The storage of the carry-over the read started with, set aside once it
+    // is no longer the carry-over (the next read builds its data in it).
+    QByteArray previousCarry;
 
     bool found = false;
+    bool waitingForRest = false;
+    int keepFrom = 0; // after the scan, the carry-over is data from here on
     const int size = data.size();
     if (size >= kMinResponseSize) {
         const char *bytes = data.constData();
@@ -248,28 +257,39 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
                 // length read with signed bytes declares at most
                 // 127 * 256 + 9 + 127 bytes.
                 writeLog("comm data size() < msgLen, ready to add next frame.");
-                lastPartData = data.mid(i);
-                return;
+                keepFrom = i;
+                waitingForRest = true;
+                break;
             }
             // The frame is read in place; `data` outlives the call.
-            ParseFrame(QByteArray::fromRawData(bytes + i, msgLen));
+            checkAndDispatch(ByteView(bytes + i, msgLen));
             i += msgLen;
+            keepFrom = i;
             // The carry-over is now what follows the frame. While the scan
             // goes on it refers into `data` (no copy per frame); it gets
             // storage of its own below, before `data` goes away.
-            lastPartData = QByteArray::fromRawData(bytes + i, size - i);
+            if (!found)
+                previousCarry.swap(lastPartData);
+            lastPartData.setRawData(bytes + i, uint(size - i));
             found = true;
             // The loop's increment follows: the byte right after a frame is
             // never tested as a header (kept as the module tool has it).
         }
     }
 
-    if (found) {
-        // What follows the last frame, in storage of its own.
-        lastPartData = QByteArray(lastPartData.constData(), lastPartData.size());
-    } else {
-        lastPartData.append(incoming); // nothing found: everything waits
-    }
+    // Nothing dispatched: the carry-over is still the one the read started
+    // with, and everything from keepFrom on waits (all of data when no
+    // header was found, which is the carry-over followed by the new bytes).
+    if (!found)
+        previousCarry.swap(lastPartData);
+    data.remove(0, keepFrom); // in place when data is in the link's own storage
+    lastPartData.swap(data);
+    if (previousCarry.capacity() > spareStorage.capacity() &&
+        previousCarry.capacity() <= kMaxSpareBytes)
+        spareStorage.swap(previousCarry);
+
+    if (waitingForRest)
+        return; // an unfinished frame is not subject to the size limit
 
     if (lastPartData.size() > kMaxPendingBytes) {
         lastPartData.clear();
@@ -278,9 +298,27 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
     }
 }
 
+QByteArray RaderCommunicate::joinedWithCarryOver(const QByteArray &incoming)
+{
+    if (lastPartData.isEmpty())
+        return incoming;
+    // Built in the storage an earlier read set aside, so a steady stream of
+    // chunks allocates nothing here. (A nested read may find it taken; it
+    // then allocates.)
+    QByteArray data;
+    data.swap(spareStorage);
+    const int carried = lastPartData.size();
+    data.resize(carried + incoming.size());
+    char *out = data.data();
+    std::memcpy(out, lastPartData.constData(), size_t(carried));
+    std::memcpy(out + carried, incoming.constData(), size_t(incoming.size()));
+    return data;
+}
+
 // Decodes a one-byte result and writes its text to the debug output and the
 // log; true when the module answered OK.
-bool RaderCommunicate::reportResult(const QByteArray &frame, const char *okText, const char *ngText)
+bool RaderCommunicate::reportResult(frameformat::ByteView frame, const char *okText,
+                                    const char *ngText)
 {
     const bool ok = frameformat::decodeResult(frame);
     const char *text = ok ? okText : ngText;
@@ -290,6 +328,11 @@ bool RaderCommunicate::reportResult(const QByteArray &frame, const char *okText,
 }
 
 bool RaderCommunicate::ParseFrame(const QByteArray &frame)
+{
+    return checkAndDispatch(frame);
+}
+
+bool RaderCommunicate::checkAndDispatch(frameformat::ByteView frame)
 {
     using namespace frameformat;
 
@@ -303,7 +346,7 @@ bool RaderCommunicate::ParseFrame(const QByteArray &frame)
     }
 
     const int code = signedByteAt(frame, 5);
-    debugline::number("code:", code);
+    codeLine.number(code);
     if (logEnabled)
         writeLog("function code:" + QByteArray::number(code, 16));
 
@@ -353,7 +396,7 @@ bool RaderCommunicate::ParseFrame(const QByteArray &frame)
     }
     case FunctionCode::TargetReport: {
         const QList<QPointF> targets = decodeTargets(frame);
-        debugline::number("targetList size:", targets.size());
+        targetCountLine.number(targets.size());
         if (logEnabled)
             writeLog("targetList size:" + QByteArray::number(targets.size()));
         emit signal_TargetResp(targets);

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "radar/debugline.h"
+#include "radar/frameformat.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QObject>
@@ -68,13 +71,24 @@ private:
     RaderCommunicate();
 
     void writeLog(const char *text);
-    bool reportResult(const QByteArray &frame, const char *okText, const char *ngText);
+    // ParseFrame on a frame read in place (inside the scan's data).
+    bool checkAndDispatch(frameformat::ByteView frame);
+    QByteArray joinedWithCarryOver(const QByteArray &incoming);
+    bool reportResult(frameformat::ByteView frame, const char *okText, const char *ngText);
     void writeLog(const QByteArray &text);
     void reportPortLost();
     void stopReadNotifications();
 
     QSerialPort serialPort;
     QByteArray lastPartData;
+    // Storage a read set aside for the next one to build its data in.
+    QByteArray spareStorage;
+    // Debug lines written for every request, chunk and frame.
+    DebugLine sendDataLine{u"SendData:"};
+    DebugLine recvDataLine{u"recvData:"};
+    DebugLine lastPartLine{u"last part Data:"};
+    DebugLine codeLine{u"code:"};
+    DebugLine targetCountLine{u"targetList size:"};
     // The tool always logs; only benchmarks and stress tests switch it off.
     bool logEnabled = true;
     // Set once the loss of the port has been reported; cleared by open/close.

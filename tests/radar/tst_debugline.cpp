@@ -1,4 +1,4 @@
-// The link's fast debug lines must read exactly as qDebug() prints the same
+// The link's debug lines must read exactly as qDebug() prints the same
 // arguments: each row writes a line both ways and compares what the message
 // handler received.
 
@@ -73,7 +73,8 @@ private slots:
         QFETCH(QByteArray, label);
         QFETCH(QByteArray, bytes);
         qDebug() << label.constData() << frameformat::hexDump(bytes);
-        debugline::hexDump(label.constData(), bytes);
+        DebugLine line(QString::fromLatin1(label));
+        line.hexDump(bytes);
         compareLastTwo();
     }
 
@@ -96,32 +97,51 @@ private slots:
         QFETCH(QByteArray, label);
         QFETCH(int, value);
         qDebug() << label.constData() << value;
-        debugline::number(label.constData(), value);
+        DebugLine line(QString::fromLatin1(label));
+        line.number(value);
         compareLastTwo();
     }
 
-    // A handler that keeps the text it was given keeps it unchanged when the
-    // next line is written.
-    void keptLinesStayIntact()
+    // One line object writes line after line, each as qDebug() would, and a
+    // handler that keeps a text it was given keeps it unchanged.
+    void successiveLines()
     {
-        debugline::hexDump("recvData:", QByteArray::fromHex("FFEEDD"));
-        debugline::number("code:", 7);
-        QCOMPARE(captured.size(), 2);
-        QCOMPARE(captured[0].text, QStringLiteral("recvData: \"FF EE DD \""));
-        QCOMPARE(captured[1].text, QStringLiteral("code: 7"));
+        DebugLine line(u"recvData:");
+        line.hexDump(QByteArray::fromHex("FFEEDD0102"));
+        line.hexDump(QByteArray::fromHex("0A"));
+        line.number(7);
+        line.number(7);
+        line.number(-12);
+        line.hexDump(QByteArray());
+        line.number(-12);
+        line.hexDump(QByteArray(300, '\x5A')); // beyond the reserved size
+        const QStringList expected = {"recvData: \"FF EE DD 01 02 \"",
+                                      "recvData: \"0A \"",
+                                      "recvData: 7",
+                                      "recvData: 7",
+                                      "recvData: -12",
+                                      "recvData: \"\"",
+                                      "recvData: -12",
+                                      "recvData: \"" + QString("5A ").repeated(300) + "\""};
+        QStringList texts;
+        for (const Captured &c : qAsConst(captured))
+            texts.append(c.text);
+        QCOMPARE(texts, expected);
     }
 
     void nothingWhileDebugIsOff()
     {
         QLoggingCategory::setFilterRules("default.debug=false");
-        QVERIFY(!debugline::enabled());
-        debugline::hexDump("recvData:", QByteArray("abc"));
-        debugline::number("code:", 1);
+        QVERIFY(!DebugLine::enabled());
+        DebugLine line(u"code:");
+        line.hexDump(QByteArray("abc"));
+        line.number(1);
         QCOMPARE(captured.size(), 0);
         QLoggingCategory::setFilterRules(QString());
-        QVERIFY(debugline::enabled());
-        debugline::number("code:", 1);
+        QVERIFY(DebugLine::enabled());
+        line.number(1);
         QCOMPARE(captured.size(), 1);
+        QCOMPARE(captured[0].text, QStringLiteral("code: 1"));
     }
 
 private:
