@@ -7,16 +7,18 @@
 namespace
 {
 
-// "%02X " of every byte value, as the characters a dump is made of.
+// "%02X " of every byte value as three UTF-16 characters, in the low six
+// bytes of a 64-bit word (the top two are zero), so that one byte of a dump
+// is written with one 8-byte store.
 struct HexTriples {
-    char16_t text[256][3];
+    quint64 text[256];
     HexTriples()
     {
         const char digits[] = "0123456789ABCDEF";
         for (int b = 0; b < 256; ++b) {
-            text[b][0] = char16_t(digits[b >> 4]);
-            text[b][1] = char16_t(digits[b & 0x0F]);
-            text[b][2] = u' ';
+            const char16_t chars[4] = {char16_t(digits[b >> 4]), char16_t(digits[b & 0x0F]), u' ',
+                                       0};
+            std::memcpy(&text[b], chars, sizeof text[b]);
         }
     }
 };
@@ -53,8 +55,10 @@ void DebugLine::hexDump(const QByteArray &bytes)
     QChar *out = text.data() + prefixSize;
     *out++ = QLatin1Char('"');
     const char *in = bytes.constData();
+    // Each store also writes one character past its triple; that character
+    // is the next triple's first, or the closing quote written last.
     for (int k = 0; k < n; ++k) {
-        std::memcpy(out, hex.text[quint8(in[k])], sizeof hex.text[0]);
+        std::memcpy(static_cast<void *>(out), &hex.text[quint8(in[k])], sizeof hex.text[0]);
         out += 3;
     }
     *out = QLatin1Char('"');
