@@ -1,7 +1,7 @@
 #include "radar/radercommunicate.h"
 
+#include "log/debugline.h"
 #include "log/logger.h"
-#include "radar/debugline.h"
 #include "radar/frameformat.h"
 
 #include <QDebug>

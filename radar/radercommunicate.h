@@ -1,6 +1,6 @@
 #pragma once
 
-#include "radar/debugline.h"
+#include "log/debugline.h"
 #include "radar/frameformat.h"
 
 #include <QByteArray>

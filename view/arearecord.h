@@ -6,8 +6,8 @@
 // normally the corner with the smaller x and the larger y (negative height)
 // and it is never normalised.
 struct AreaRecord {
-    int index = 0;  // 0..2 inside the tool, 1..3 on the wire
-    int type = 0;   // 0 or 1
+    int index = 0; // 0..2 inside the tool, 1..3 on the wire
+    int type = 0;  // 0 or 1
     QRectF rect;
     int status = 0; // 1 set, 2 not set, 0 unknown
 };

@@ -1,4 +1,5 @@
 #include "view/xyaxis.h"
+#include "view/straightline.h"
 #include "view/truncation.h"
 
 #include <QDebug>
@@ -277,11 +278,11 @@ void XYAxis::draw(QPainter *painter)
 void XYAxis::drawBottom(QPainter *painter)
 {
     painter->save();
-    painter->drawLine(axisRect.topLeft(), axisRect.topRight());
+    drawStraightLine(painter, axisRect.left(), axisRect.top(), axisRect.right(), axisRect.top());
     const int top = axisRect.top();
     for (int i = 0; i < tickPositions.size(); ++i) {
         const int x = tickPositions.at(i);
-        painter->drawLine(x, top, x, top + 5);
+        drawStraightLine(painter, x, top, x, top + 5);
         painter->setFont(labelFont(isMajorTick(i)));
         const QFontMetrics metrics = painter->fontMetrics();
         const QString &label = tickLabels.at(i);
@@ -295,11 +296,12 @@ void XYAxis::drawBottom(QPainter *painter)
 void XYAxis::drawLeft(QPainter *painter)
 {
     painter->save();
-    painter->drawLine(axisRect.topRight(), axisRect.bottomRight());
+    drawStraightLine(painter, axisRect.right(), axisRect.top(), axisRect.right(),
+                     axisRect.bottom());
     const int right = axisRect.right();
     for (int i = 0; i < tickPositions.size(); ++i) {
         const int y = tickPositions.at(i);
-        painter->drawLine(right, y, right - 5, y);
+        drawStraightLine(painter, right, y, right - 5, y);
         painter->setFont(labelFont(isMajorTick(i)));
         const QFontMetrics metrics = painter->fontMetrics();
         const QString &label = tickLabels.at(i);

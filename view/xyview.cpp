@@ -1,4 +1,5 @@
 #include "view/xyview.h"
+#include "view/straightline.h"
 #include "view/truncation.h"
 
 #include "app/translationtable.h"
@@ -252,12 +253,12 @@ void XYView::paintEvent(QPaintEvent *event)
     const QVector<int> majorX = xAxis->majorTickPositions();
     for (int x : majorX) {
         if (plotRect.left() <= x && x <= plotRect.right())
-            painter.drawLine(x, plotRect.top(), x, plotRect.bottom());
+            drawStraightLine(&painter, x, plotRect.top(), x, plotRect.bottom());
     }
     const QVector<int> majorY = yAxis->majorTickPositions();
     for (int y : majorY) {
         if (plotRect.top() <= y && y <= plotRect.bottom())
-            painter.drawLine(plotRect.left(), y, plotRect.right(), y);
+            drawStraightLine(&painter, plotRect.left(), y, plotRect.right(), y);
     }
 
     // Axes.
@@ -340,10 +341,16 @@ void XYView::paintEvent(QPaintEvent *event)
     } else {
         const QImage &disc = targetDiscImage(painter.device()->devicePixelRatioF());
         painter.setPen(Qt::white);
+        if (!labelGlyphs.isPreparedFor(painter.font(), painter.device()))
+            labelGlyphs.prepare(painter.font(), painter.device());
+        // Widths come from the widget's metrics; the prepared glyphs give the
+        // same when the painter's device has the widget's resolution.
+        const bool widgetResolution = painter.device()->logicalDpiX() == logicalDpiX() &&
+                                      painter.device()->logicalDpiY() == logicalDpiY();
         condLockLock(targetLock);
         for (int k = 0; k < targetCount; ++k) {
             const QPointF p = targets[k];
-            qDebug() << "TargetPos" << p;
+            targetPosLine.point(p);
             const QPointF px = valueToPixel(p);
             // The 20-pixel disc centred on the target, as
             // drawEllipse(X - 10, Y - 10, 20, 20) in the target colours.
@@ -356,8 +363,10 @@ void XYView::paintEvent(QPaintEvent *event)
             const QString text = QStringLiteral("%1:(%2,%3)")
                                      .arg(QString::number(k + 1), QString::number(p.x(), 'f', 1),
                                           QString::number(p.y(), 'f', 1));
-            const int w = metrics.horizontalAdvance(text);
-            painter.drawText(QPoint(corner.x() + (100 - w) / 2, corner.y() + 14), text);
+            const int w = widgetResolution ? labelGlyphs.horizontalAdvance(text)
+                                           : metrics.horizontalAdvance(text);
+            labelGlyphs.drawText(&painter, QPoint(corner.x() + (100 - w) / 2, corner.y() + 14),
+                                 text);
         }
         condLockUnlock(targetLock);
     }
@@ -367,8 +376,8 @@ void XYView::paintEvent(QPaintEvent *event)
     painter.setPen(kCrosshairIdleColour);
     if (plotRect.isValid() && plotRect.contains(mousePos)) {
         painter.setPen(kCrosshairColour);
-        painter.drawLine(mousePos.x(), plotRect.top(), mousePos.x(), plotRect.bottom());
-        painter.drawLine(plotRect.left(), mousePos.y(), plotRect.right(), mousePos.y());
+        drawStraightLine(&painter, mousePos.x(), plotRect.top(), mousePos.x(), plotRect.bottom());
+        drawStraightLine(&painter, plotRect.left(), mousePos.y(), plotRect.right(), mousePos.y());
         painter.drawText(QPoint(mousePos.x() + 10, mousePos.y() - 10), crosshairText(mousePos));
     }
 }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "log/debugline.h"
 #include "view/arearecord.h"
+#include "view/labelglyphs.h"
 
 #include <QImage>
 #include <QList>
@@ -78,5 +80,9 @@ private:
     bool showAreas = true;
     // The target disc, drawn once and then copied for every target.
     QImage targetDisc;
+    // Glyphs of the target labels, looked up once per font and resolution.
+    LabelGlyphs labelGlyphs;
+    // The "TargetPos" debug line written for every target painted.
+    DebugLine targetPosLine{u"TargetPos"};
     qreal targetDiscRatio = 0;
 };

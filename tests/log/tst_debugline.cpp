@@ -1,9 +1,7 @@
-// The link's debug lines must read exactly as qDebug() prints the same
-// arguments: each row writes a line both ways and compares what the message
-// handler received.
+// Debug lines must read exactly as qDebug() prints the same arguments: each
+// row writes a line both ways and compares what the message handler received.
 
-#include "radar/debugline.h"
-#include "radar/frameformat.h"
+#include "log/debugline.h"
 
 #include <QDebug>
 #include <QLoggingCategory>
@@ -11,6 +9,10 @@
 #include <QtTest>
 
 #include <climits>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
 
 namespace
 {
@@ -26,6 +28,16 @@ QList<Captured> captured;
 void capture(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
     captured.append({type, QString::fromLatin1(context.category), text});
+}
+
+// The dump as the radar link renders it, "%02X " per byte, built here
+// independently of the line's own table.
+QString hexText(const QByteArray &bytes)
+{
+    QString text;
+    for (char b : bytes)
+        text += QString::asprintf("%02X ", unsigned(quint8(b)));
+    return text;
 }
 
 QByteArray allByteValues()
@@ -64,7 +76,7 @@ private slots:
                                << QByteArray::fromHex("FFEEDD00020101 02DDEEFF");
         QTest::newRow("every byte value") << QByteArray("last part Data:") << allByteValues();
         QTest::newRow("request") << QByteArray("SendData:")
-                                 << frameformat::buildFrame(ReadArea, QByteArray());
+                                 << QByteArray::fromHex("FFEEDD000106 06DDEEFF");
         QTest::newRow("longer than the reserved buffer")
             << QByteArray("recvData:") << QByteArray(700, '\xC3');
     }
@@ -72,7 +84,7 @@ private slots:
     {
         QFETCH(QByteArray, label);
         QFETCH(QByteArray, bytes);
-        qDebug() << label.constData() << frameformat::hexDump(bytes);
+        qDebug() << label.constData() << hexText(bytes);
         DebugLine line(QString::fromLatin1(label));
         line.hexDump(bytes);
         compareLastTwo();
@@ -102,6 +114,51 @@ private slots:
         compareLastTwo();
     }
 
+    void pointReadsAsQDebug_data()
+    {
+        QTest::addColumn<QPointF>("point");
+        const double inf = std::numeric_limits<double>::infinity();
+        QTest::newRow("origin") << QPointF(0, 0);
+        QTest::newRow("negative zero") << QPointF(-0.0, 0.0);
+        QTest::newRow("decoded decimetres") << QPointF(-12 * 0.1, 37 * 0.1);
+        QTest::newRow("six digits") << QPointF(123456.5, -0.000123456789);
+        QTest::newRow("exponents") << QPointF(1e-7, 1e21);
+        QTest::newRow("extremes") << QPointF(5e-324, -1.7976931348623157e308);
+        QTest::newRow("infinities") << QPointF(inf, -inf);
+        QTest::newRow("not a number") << QPointF(std::nan(""), 1.0);
+    }
+    void pointReadsAsQDebug()
+    {
+        QFETCH(QPointF, point);
+        qDebug() << "TargetPos" << point;
+        DebugLine line(u"TargetPos");
+        line.point(point);
+        compareLastTwo();
+    }
+
+    // Many points, coordinates as the module reports them and arbitrary ones.
+    void manyPointsReadAsQDebug()
+    {
+        DebugLine line(u"TargetPos");
+        std::mt19937_64 random(11);
+        for (int k = 0; k < 20000; ++k) {
+            captured.clear();
+            double x, y;
+            if (k % 2 == 0) {
+                x = int(random() % 256 - 128) * 0.1;
+                y = int(random() % 256 - 128) * 0.1;
+            } else {
+                const quint64 bits[2] = {random(), random()};
+                std::memcpy(&x, &bits[0], sizeof x);
+                std::memcpy(&y, &bits[1], sizeof y);
+            }
+            qDebug() << "TargetPos" << QPointF(x, y);
+            line.point(QPointF(x, y));
+            QCOMPARE(captured.size(), 2);
+            QCOMPARE(captured[1].text, captured[0].text);
+        }
+    }
+
     // One line object writes line after line, each as qDebug() would, and a
     // handler that keeps a text it was given keeps it unchanged.
     void successiveLines()
@@ -115,6 +172,8 @@ private slots:
         line.hexDump(QByteArray());
         line.number(-12);
         line.hexDump(QByteArray(300, '\x5A')); // beyond the reserved size
+        line.point(QPointF(1.5, -2));
+        line.number(3);
         const QStringList expected = {"recvData: \"FF EE DD 01 02 \"",
                                       "recvData: \"0A \"",
                                       "recvData: 7",
@@ -122,7 +181,9 @@ private slots:
                                       "recvData: -12",
                                       "recvData: \"\"",
                                       "recvData: -12",
-                                      "recvData: \"" + QString("5A ").repeated(300) + "\""};
+                                      "recvData: \"" + QString("5A ").repeated(300) + "\"",
+                                      "recvData: QPointF(1.5,-2)",
+                                      "recvData: 3"};
         QStringList texts;
         for (const Captured &c : qAsConst(captured))
             texts.append(c.text);

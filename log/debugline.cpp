@@ -1,4 +1,4 @@
-#include "radar/debugline.h"
+#include "log/debugline.h"
 
 #include <QLoggingCategory>
 
@@ -90,5 +90,21 @@ void DebugLine::number(int value)
         shownNumber = value;
         showsNumber = true;
     }
+    output();
+}
+
+void DebugLine::point(const QPointF &p)
+{
+    if (!enabled())
+        return;
+    // QDebug prints each coordinate through a C-locale text stream in its
+    // default notation, which is what QString::number(v, 'g', 6) gives.
+    text.truncate(prefixSize);
+    text.append(QLatin1String("QPointF("));
+    text.append(QString::number(p.x(), 'g', 6));
+    text.append(QLatin1Char(','));
+    text.append(QString::number(p.y(), 'g', 6));
+    text.append(QLatin1Char(')'));
+    showsNumber = false;
     output();
 }
