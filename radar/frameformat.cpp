@@ -186,18 +186,32 @@ int decodeShowType(ByteView frame)
     return signedByteAt(frame, 6);
 }
 
+void decodeTargetsInto(ByteView frame, QList<QPointF> &targets)
+{
+    // Pairs start at offset 6 and go on while the pair's first byte lies
+    // before the checksum; with an odd payload the last y is the checksum.
+    const int size = frame.size();
+    const int count = size > kEnvelopeSize ? (size - kEnvelopeSize + 1) / 2 : 0;
+    if (!targets.isDetached())
+        targets = QList<QPointF>(); // someone else holds it: leave theirs alone
+    while (targets.size() > count)
+        targets.removeLast();
+    targets.reserve(count);
+    for (int k = 0; k < count; ++k) {
+        const int j = kPayloadOffset + 2 * k;
+        const QPointF point(decodeCoordinate(signedByteAt(frame, j)),
+                            decodeCoordinate(signedByteAt(frame, j + 1)));
+        if (k < targets.size())
+            targets[k] = point;
+        else
+            targets.append(point);
+    }
+}
+
 QList<QPointF> decodeTargets(ByteView frame)
 {
     QList<QPointF> targets;
-    const int size = frame.size();
-    // Pairs start at offset 6 and go on while the pair's first byte lies
-    // before the checksum; with an odd payload the last y is the checksum.
-    if (size > kPayloadOffset + 4)
-        targets.reserve((size - kEnvelopeSize + 1) / 2);
-    for (int j = kPayloadOffset; j < size - 4; j += 2) {
-        targets.append(QPointF(decodeCoordinate(signedByteAt(frame, j)),
-                               decodeCoordinate(signedByteAt(frame, j + 1))));
-    }
+    decodeTargetsInto(frame, targets);
     return targets;
 }
 

@@ -126,6 +126,9 @@ std::array<AreaReport, 3> decodeReadAreaResponse(ByteView frame);
 
 int decodeShowType(ByteView frame); // signed byte 6
 QList<QPointF> decodeTargets(ByteView frame);
+// The same into an existing list, whose storage is reused when nobody else
+// holds it (a steady stream of reports then allocates nothing).
+void decodeTargetsInto(ByteView frame, QList<QPointF> &targets);
 char decodeAreaFlags(ByteView frame);
 
 } // namespace frameformat

@@ -395,11 +395,11 @@ bool RaderCommunicate::checkAndDispatch(frameformat::ByteView frame)
         break;
     }
     case FunctionCode::TargetReport: {
-        const QList<QPointF> targets = decodeTargets(frame);
-        targetCountLine.number(targets.size());
+        decodeTargetsInto(frame, targetList);
+        targetCountLine.number(targetList.size());
         if (logEnabled)
-            writeLog("targetList size:" + QByteArray::number(targets.size()));
-        emit signal_TargetResp(targets);
+            writeLog("targetList size:" + QByteArray::number(targetList.size()));
+        emit signal_TargetResp(targetList);
         break;
     }
     case FunctionCode::TargetAreaReport: {

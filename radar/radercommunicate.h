@@ -83,6 +83,9 @@ private:
     QByteArray lastPartData;
     // Storage a read set aside for the next one to build its data in.
     QByteArray spareStorage;
+    // The list of the latest target report, reused for the next one unless a
+    // receiver still holds it.
+    QList<QPointF> targetList;
     // Debug lines written for every request, chunk and frame.
     DebugLine sendDataLine{u"SendData:"};
     DebugLine recvDataLine{u"recvData:"};

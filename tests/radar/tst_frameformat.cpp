@@ -67,6 +67,8 @@ private slots:
     void decodeShowType();
     void decodeTargets_data();
     void decodeTargets();
+    void decodeTargetsIntoExistingList_data();
+    void decodeTargetsIntoExistingList();
     void decodeAreaFlags_data();
     void decodeAreaFlags();
 };
@@ -519,6 +521,36 @@ void TestFrameFormat::decodeTargets()
                      std::fabs(got[k].y() - targets[k].y()) < 1e-9,
                  qPrintable(QString("target %1: (%2,%3)").arg(k).arg(got[k].x()).arg(got[k].y())));
     }
+}
+
+// Into a list that held something before: longer, shorter, or shared with a
+// copy that must keep its points.
+void TestFrameFormat::decodeTargetsIntoExistingList_data()
+{
+    decodeTargets_data();
+}
+
+void TestFrameFormat::decodeTargetsIntoExistingList()
+{
+    QFETCH(QByteArray, frame);
+    QFETCH(QList<QPointF>, targets);
+    const QList<QPointF> before[] = {
+        {},
+        {QPointF(9, 9)},
+        {QPointF(1, 1), QPointF(2, 2), QPointF(3, 3), QPointF(4, 4), QPointF(5, 5)}};
+    for (const QList<QPointF> &previous : before) {
+        QList<QPointF> list = previous;
+        list.detach(); // held by nobody else
+        frameformat::decodeTargetsInto(frame, list);
+        QCOMPARE(list, frameformat::decodeTargets(frame));
+
+        QList<QPointF> shared = previous;
+        QList<QPointF> keptCopy = shared;
+        frameformat::decodeTargetsInto(frame, shared);
+        QCOMPARE(shared, frameformat::decodeTargets(frame));
+        QCOMPARE(keptCopy, previous);
+    }
+    QCOMPARE(frameformat::decodeTargets(frame).size(), targets.size());
 }
 
 void TestFrameFormat::decodeAreaFlags_data()

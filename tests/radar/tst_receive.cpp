@@ -82,6 +82,7 @@ private slots:
 
     void carryOverSeenFromSlots();
     void nestedReadFromSlot();
+    void keptTargetListsStayIntact();
 
 private:
     RaderCommunicate *link = nullptr;
@@ -606,6 +607,25 @@ void TestReceive::nestedReadFromSlot()
     QCOMPARE(targetSpy.count(), 1);
     // The outer read has the last word: what follows its frame.
     QCOMPARE(link->PendingBytes().toHex(' '), noise(4).toHex(' '));
+}
+
+// The link reuses its target list from report to report; a receiver that
+// keeps a list must still find its own points in it later.
+void TestReceive::keptTargetListsStayIntact()
+{
+    QList<QList<QPointF>> kept;
+    const QMetaObject::Connection connection =
+        connect(link, &RaderCommunicate::signal_TargetResp, this,
+                [&](QList<QPointF> list) { kept.append(list); });
+    link->ReceiveBytes(hex("FF EE DD 00 05 07 0A 1E F6 14 39 DD EE FF"));
+    link->ReceiveBytes(hex("FF EE DD 00 03 07 05 06 12 DD EE FF"));
+    link->ReceiveBytes(hex("FF EE DD 00 07 07 1E 28 E2 0A 00 50 89 DD EE FF"));
+    disconnect(connection);
+
+    QCOMPARE(kept.size(), 3);
+    QCOMPARE(kept[0], (QList<QPointF>{QPointF(1.0, 3.0), QPointF(-1.0, 2.0)}));
+    QCOMPARE(kept[1], (QList<QPointF>{QPointF(0.5, 0.6)}));
+    QCOMPARE(kept[2], (QList<QPointF>{QPointF(3.0, 4.0), QPointF(-3.0, 1.0), QPointF(0.0, 8.0)}));
 }
 
 QTEST_GUILESS_MAIN(TestReceive)
