@@ -344,9 +344,10 @@ void XYView::paintEvent(QPaintEvent *event)
         if (!labelGlyphs.isPreparedFor(painter.font(), painter.device()))
             labelGlyphs.prepare(painter.font(), painter.device());
         // Widths come from the widget's metrics; the prepared glyphs give the
-        // same when the painter's device has the widget's resolution.
-        const bool widgetResolution = painter.device()->logicalDpiX() == logicalDpiX() &&
-                                      painter.device()->logicalDpiY() == logicalDpiY();
+        // same when the painter has the widget's font and resolution.
+        const bool widgetMetrics = painter.font() == font() &&
+                                   painter.device()->logicalDpiX() == logicalDpiX() &&
+                                   painter.device()->logicalDpiY() == logicalDpiY();
         condLockLock(targetLock);
         for (int k = 0; k < targetCount; ++k) {
             const QPointF p = targets[k];
@@ -363,8 +364,8 @@ void XYView::paintEvent(QPaintEvent *event)
             const QString text = QStringLiteral("%1:(%2,%3)")
                                      .arg(QString::number(k + 1), QString::number(p.x(), 'f', 1),
                                           QString::number(p.y(), 'f', 1));
-            const int w = widgetResolution ? labelGlyphs.horizontalAdvance(text)
-                                           : metrics.horizontalAdvance(text);
+            const int w = widgetMetrics ? labelGlyphs.horizontalAdvance(text)
+                                        : metrics.horizontalAdvance(text);
             labelGlyphs.drawText(&painter, QPoint(corner.x() + (100 - w) / 2, corner.y() + 14),
                                  text);
         }
