@@ -13,8 +13,8 @@
 #include <QCoreApplication>
 #include <QDebug>
 #include <QEvent>
+#include <QLineEdit>
 #include <QMessageBox>
-#include <QMetaType>
 #include <QMouseEvent>
 #include <QSettings>
 #include <QStringList>
@@ -56,6 +56,16 @@ QString oneDecimal(double value)
     return QString::number(value, 'f', 1);
 }
 
+// Writes the plane point under widget pixel p of the plot into two edits.
+void showPlanePoint(const XYView *view, QPoint p, QLineEdit *xEdit, QLineEdit *yEdit)
+{
+    double x = 0;
+    double y = 0;
+    view->pixelToValue(p, &x, &y);
+    xEdit->setText(oneDecimal(x));
+    yEdit->setText(oneDecimal(y));
+}
+
 } // namespace
 
 MainWindow::MainWindow(QWidget *parent) : QMainWindow(parent)
@@ -72,9 +82,7 @@ MainWindow::MainWindow(QWidget *parent) : QMainWindow(parent)
 
     initControls();
 
-    // The target list travels through a string-based connection.
-    qRegisterMetaType<QList<QPointF>>("QList<QPointF>");
-
+    // The link registers QList<QPointF> for the string-based connections.
     RaderCommunicate *radar = theLink();
     // The signatures are kept exactly as written (Qt normalises them).
     // clang-format off
@@ -264,20 +272,12 @@ void MainWindow::on_btn_mouse_capture_clicked()
 
 void MainWindow::on_startPointChange(QPoint e)
 {
-    double x = 0;
-    double y = 0;
-    ui->widget_XY->pixelToValue(e, &x, &y);
-    ui->lineEdit_left_top_x->setText(oneDecimal(x));
-    ui->lineEdit_left_top_y->setText(oneDecimal(y));
+    showPlanePoint(ui->widget_XY, e, ui->lineEdit_left_top_x, ui->lineEdit_left_top_y);
 }
 
 void MainWindow::on_endPointChange(QPoint e)
 {
-    double x = 0;
-    double y = 0;
-    ui->widget_XY->pixelToValue(e, &x, &y);
-    ui->lineEdit_right_bottom_x->setText(oneDecimal(x));
-    ui->lineEdit_right_bottom_y->setText(oneDecimal(y));
+    showPlanePoint(ui->widget_XY, e, ui->lineEdit_right_bottom_x, ui->lineEdit_right_bottom_y);
 }
 
 void MainWindow::on_btn_setArea_clicked()

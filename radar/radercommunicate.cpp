@@ -19,10 +19,6 @@ namespace
 // Largest carry-over kept between reads; more is taken as a wrong baud rate.
 constexpr int kMaxPendingBytes = 128;
 
-// Largest storage the receive scan keeps for reuse; storage grown by an
-// unusually large read is given back.
-constexpr int kMaxSpareBytes = 64 * 1024;
-
 // Consecutive read errors, with no data arriving in between, after which the
 // port counts as gone (see handleSerialError).
 constexpr int kReadErrorsForLoss = 3;
@@ -97,13 +93,10 @@ QStringList RaderCommunicate::GetAvailablePorts()
 
 bool RaderCommunicate::OpenSerial(const QString &portName, int baudrate)
 {
-    if (serialPort.isOpen()) {
-        serialPort.disconnect(this);
-        serialPort.clear(QSerialPort::AllDirections);
-        serialPort.close();
-        bOpen = false;
-        lastPartData.clear();
-    }
+    // An open port is closed first, as CloseSerial does. A port that is not
+    // open keeps its connections (see below) and its carry-over.
+    if (serialPort.isOpen())
+        CloseSerial();
     portLost = false;
     readErrorsWithoutData = 0;
 
@@ -218,12 +211,8 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
     // The scan works on its own data, carry-over followed by the new bytes: a
     // slot reached from a frame's signal may send, close or reopen the port,
     // or even read again from a nested event loop.
-    QByteArray data = joinedWithCarryOver(incoming);
-    // The storage of the carry-over the read started with, set aside once it
-    // is no longer the carry-over (the next read builds its data in it).
-    QByteArray previousCarry;
+    QByteArray data = lastPartData.isEmpty() ? incoming : lastPartData + incoming;
 
-    bool found = false;
     bool waitingForRest = false;
     int keepFrom = 0; // after the scan, the carry-over is data from here on
     const int size = data.size();
@@ -268,25 +257,17 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
             // The carry-over is now what follows the frame. While the scan
             // goes on it refers into `data` (no copy per frame); it gets
             // storage of its own below, before `data` goes away.
-            if (!found)
-                previousCarry.swap(lastPartData);
             lastPartData.setRawData(bytes + i, uint(size - i));
-            found = true;
             // The loop's increment follows: the byte right after a frame is
             // never tested as a header (kept as the module tool has it).
         }
     }
 
-    // Nothing dispatched: the carry-over is still the one the read started
-    // with, and everything from keepFrom on waits (all of data when no
-    // header was found, which is the carry-over followed by the new bytes).
-    if (!found)
-        previousCarry.swap(lastPartData);
-    data.remove(0, keepFrom); // in place when data is in the link's own storage
-    lastPartData.swap(data);
-    if (previousCarry.capacity() > spareStorage.capacity() &&
-        previousCarry.capacity() <= kMaxSpareBytes)
-        spareStorage.swap(previousCarry);
+    // The carry-over is data from keepFrom on (all of it when no frame was
+    // taken). The bytes move to the front of data's own storage, which then
+    // becomes the carry-over: no further copy unless data is the caller's.
+    data.remove(0, keepFrom);
+    lastPartData = data;
 
     if (waitingForRest)
         return; // an unfinished frame is not subject to the size limit
@@ -296,23 +277,6 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
         writeLog("baudrate error!");
         emit signal_serial_comm_error();
     }
-}
-
-QByteArray RaderCommunicate::joinedWithCarryOver(const QByteArray &incoming)
-{
-    if (lastPartData.isEmpty())
-        return incoming;
-    // Built in the storage an earlier read set aside, so a steady stream of
-    // chunks allocates nothing here. (A nested read may find it taken; it
-    // then allocates.)
-    QByteArray data;
-    data.swap(spareStorage);
-    const int carried = lastPartData.size();
-    data.resize(carried + incoming.size());
-    char *out = data.data();
-    std::memcpy(out, lastPartData.constData(), size_t(carried));
-    std::memcpy(out + carried, incoming.constData(), size_t(incoming.size()));
-    return data;
 }
 
 // Decodes a one-byte result and writes its text to the debug output and the

@@ -73,7 +73,6 @@ private:
     void writeLog(const char *text);
     // ParseFrame on a frame read in place (inside the scan's data).
     bool checkAndDispatch(frameformat::ByteView frame);
-    QByteArray joinedWithCarryOver(const QByteArray &incoming);
     bool reportResult(frameformat::ByteView frame, const char *okText, const char *ngText);
     void writeLog(const QByteArray &text);
     void reportPortLost();
@@ -81,8 +80,6 @@ private:
 
     QSerialPort serialPort;
     QByteArray lastPartData;
-    // Storage a read set aside for the next one to build its data in.
-    QByteArray spareStorage;
     // The list of the latest target report, reused for the next one unless a
     // receiver still holds it.
     QList<QPointF> targetList;

@@ -63,6 +63,8 @@ bool LabelGlyphs::isPreparedFor(const QFont &font, const QPaintDevice *device) c
 
 void LabelGlyphs::prepare(const QFont &font, QPaintDevice *device)
 {
+    if (isPreparedFor(font, device))
+        return;
     prepared = true;
     usable = false;
     preparedFont = font;
@@ -138,6 +140,7 @@ void LabelGlyphs::drawText(QPainter *painter, QPoint baseline, const QString &te
 {
     const int n = text.size();
     bool fast = usable && n > 0 && n <= kMaxLength &&
+                isPreparedFor(painter->font(), painter->device()) &&
                 painter->deviceTransform().type() <= QTransform::TxTranslate;
     qreal x = 0;
     for (int k = 0; fast && k < n; ++k) {

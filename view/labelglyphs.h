@@ -21,15 +21,16 @@ class QPaintDevice;
 // to the pixel. That holds only when shaping does not move or replace these
 // glyphs (no kerning or ligature among them), which is checked once against
 // a real layout of every pair; a font that fails the check, a label with any
-// other character, or a painter with more than a translation goes the usual
-// way.
+// other character, or a painter with another font, another resolution or
+// more than a translation goes the usual way.
 class LabelGlyphs
 {
 public:
     LabelGlyphs() = default;
     Q_DISABLE_COPY(LabelGlyphs)
 
-    // Prepares for `font` as resolved on `device` (its logical resolution).
+    // Prepares for `font` as resolved on `device` (its logical resolution);
+    // nothing to do when already prepared for them.
     void prepare(const QFont &font, QPaintDevice *device);
     bool isPreparedFor(const QFont &font, const QPaintDevice *device) const;
     // True when labels of the known characters take the fast way.
@@ -37,8 +38,7 @@ public:
 
     // The width QFontMetrics(font, device).horizontalAdvance(text) gives.
     int horizontalAdvance(const QString &text) const;
-    // painter->drawText(baseline, text); the painter's font must be the
-    // prepared one.
+    // Exactly painter->drawText(baseline, text).
     void drawText(QPainter *painter, QPoint baseline, const QString &text);
 
     // The characters labels may use on the fast way.

@@ -85,14 +85,16 @@ void XYAxis::updateAxis()
         const double length = axisRect.height() - 1;
         calcTickHint(length);
         calcScale(length);
-        walkVertical();
+        // Upwards from the bottom edge.
+        walkTicks(axisRect.bottom() - pxStart, -1.0, axisRect.top());
         break;
     }
     case Bottom: {
         const double length = axisRect.width() - 1;
         calcTickHint(length);
         calcScale(length);
-        walkHorizontal();
+        // Rightwards from the left edge.
+        walkTicks(axisRect.left() + pxStart, 1.0, axisRect.right());
         break;
     }
     default:
@@ -193,34 +195,22 @@ int XYAxis::decimalsFor(double step)
     return d;
 }
 
-void XYAxis::walkVertical()
+void XYAxis::walkTicks(double first, double direction, int end)
 {
     tickPositions.clear();
     tickLabels.clear();
     if (!std::isfinite(pxSpace) || pxSpace <= 0)
         return;
     const int d = decimalsFor(valueSpace);
+    // Ticks up to two pixels beyond the end pixel still count.
+    auto beforeEnd = [direction, end](double p) {
+        return direction > 0 ? p < end + 2.0 : p > end - 2.0;
+    };
     double off = pxStart;
-    double p = axisRect.bottom() - pxStart;
-    while (p > axisRect.top() - 2.0 && tickPositions.size() < kMaxTicks) {
+    double p = first;
+    while (beforeEnd(p) && tickPositions.size() < kMaxTicks) {
         recordTick(p, off, d);
-        p = p - pxSpace;
-        off = off + pxSpace;
-    }
-}
-
-void XYAxis::walkHorizontal()
-{
-    tickPositions.clear();
-    tickLabels.clear();
-    if (!std::isfinite(pxSpace) || pxSpace <= 0)
-        return;
-    const int d = decimalsFor(valueSpace);
-    double off = pxStart;
-    double p = axisRect.left() + pxStart;
-    while (axisRect.right() + 2.0 > p && tickPositions.size() < kMaxTicks) {
-        recordTick(p, off, d);
-        p = p + pxSpace;
+        p = p + direction * pxSpace;
         off = off + pxSpace;
     }
 }

@@ -100,8 +100,9 @@ public slots:
 private:
     void zoomInAtFraction(double f);
     double stepValue() const;
-    void walkVertical();
-    void walkHorizontal();
+    // Records the ticks from pixel `first` on, pxSpace apart, going in
+    // `direction` (+1 or -1) towards pixel `end`.
+    void walkTicks(double first, double direction, int end);
     void recordTick(double p, double off, int decimals);
     void drawLeft(QPainter *painter);
     void drawBottom(QPainter *painter);

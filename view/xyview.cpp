@@ -341,13 +341,8 @@ void XYView::paintEvent(QPaintEvent *event)
     } else {
         const QImage &disc = targetDiscImage(painter.device()->devicePixelRatioF());
         painter.setPen(Qt::white);
-        if (!labelGlyphs.isPreparedFor(painter.font(), painter.device()))
-            labelGlyphs.prepare(painter.font(), painter.device());
-        // Widths come from the widget's metrics; the prepared glyphs give the
-        // same when the painter has the widget's font and resolution.
-        const bool widgetMetrics = painter.font() == font() &&
-                                   painter.device()->logicalDpiX() == logicalDpiX() &&
-                                   painter.device()->logicalDpiY() == logicalDpiY();
+        // Widths in the widget's own metrics, as fontMetrics() gives them.
+        labelGlyphs.prepare(font(), this);
         condLockLock(targetLock);
         for (int k = 0; k < targetCount; ++k) {
             const QPointF p = targets[k];
@@ -364,8 +359,7 @@ void XYView::paintEvent(QPaintEvent *event)
             const QString text = QStringLiteral("%1:(%2,%3)")
                                      .arg(QString::number(k + 1), QString::number(p.x(), 'f', 1),
                                           QString::number(p.y(), 'f', 1));
-            const int w = widgetMetrics ? labelGlyphs.horizontalAdvance(text)
-                                        : metrics.horizontalAdvance(text);
+            const int w = labelGlyphs.horizontalAdvance(text);
             labelGlyphs.drawText(&painter, QPoint(corner.x() + (100 - w) / 2, corner.y() + 14),
                                  text);
         }

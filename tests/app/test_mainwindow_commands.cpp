@@ -62,18 +62,11 @@ QStringList sentFrames(PtyModule &module, int expected, int settleMs = 150)
 
 } // namespace
 
-class TestMainWindowCommands : public QObject
+class TestMainWindowCommands : public QObject, private WindowFixture
 {
     Q_OBJECT
 
 private:
-    QTemporaryDir root;
-    std::unique_ptr<PtyModule> module;
-    std::unique_ptr<BoxAnswerer> boxes;
-    std::unique_ptr<MainWindow> window;
-
-    template <class T> T *w(const char *name) { return child<T>(window.get(), name); }
-    XYView *view() { return w<XYView>("widget_XY"); }
     QString text(int n) { return expectedText(0, n); }
 
     CaptureScreen *overlay()
@@ -108,32 +101,10 @@ private:
     }
 
 private slots:
-    void initTestCase()
-    {
-        installDebugCapture();
-        installLogCapture();
-        QVERIFY(root.isValid());
-    }
+    void initTestCase() { setUpCase(); }
+    void init() { setUpWindow(); }
 
-    void init()
-    {
-        enterRunDir(root, true);
-        module.reset(new PtyModule);
-        QVERIFY(module->isOpen());
-        boxes.reset(new BoxAnswerer);
-        clearDebugMessages();
-        clearLogLines();
-        window = makeWindow(module.get());
-        QVERIFY(window);
-    }
-
-    void cleanup()
-    {
-        window.reset();
-        QVERIFY(!radar()->bOpen);
-        boxes.reset();
-        module.reset();
-    }
+    void cleanup() { tearDownWindow(); }
 
     // ---- open and close ----------------------------------------------------
 

@@ -40,19 +40,11 @@ bool sameArea(const AreaRecord &a, const AreaRecord &b)
 
 } // namespace
 
-class TestMainWindowResponses : public QObject
+class TestMainWindowResponses : public QObject, private WindowFixture
 {
     Q_OBJECT
 
 private:
-    QTemporaryDir root;
-    std::unique_ptr<PtyModule> module;
-    std::unique_ptr<BoxAnswerer> boxes;
-    std::unique_ptr<MainWindow> window;
-
-    template <class T> T *w(const char *name) { return child<T>(window.get(), name); }
-    XYView *view() { return w<XYView>("widget_XY"); }
-
     QStringList sent(int expected, int settleMs = 150)
     {
         QList<QByteArray> frames;
@@ -90,33 +82,22 @@ private:
     }
 
 private slots:
-    void initTestCase()
-    {
-        installDebugCapture();
-        installLogCapture();
-        QVERIFY(root.isValid());
-    }
+    void initTestCase() { setUpCase(); }
 
     void init()
     {
-        enterRunDir(root, true);
-        module.reset(new PtyModule);
-        QVERIFY(module->isOpen());
-        boxes.reset(new BoxAnswerer);
-        clearDebugMessages();
-        clearLogLines();
-        window = makeWindow(module.get());
-        QVERIFY(window);
+        setUpWindow();
+        if (QTest::currentTestFailed())
+            return;
         QVERIFY(openLink(window.get(), *module));
     }
 
     void cleanup()
     {
-        window.reset();
-        QVERIFY(!radar()->bOpen);
-        QVERIFY(boxes->seen.isEmpty());
-        boxes.reset();
-        module.reset();
+        // No message box may have come up unexpected.
+        const bool noBoxes = boxes->seen.isEmpty();
+        tearDownWindow();
+        QVERIFY(noBoxes);
     }
 
     // Runs first: the query is made once per process.

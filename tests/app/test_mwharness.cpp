@@ -3,6 +3,7 @@
 #include "app/mainwindow.h"
 #include "log/logger.h"
 #include "radar/frameformat.h"
+#include "radar/radercommunicate.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -364,6 +365,33 @@ std::unique_ptr<MainWindow> makeWindow(PtyModule *module, bool show)
             return nullptr;
     }
     return window;
+}
+
+void WindowFixture::setUpCase()
+{
+    installDebugCapture();
+    installLogCapture();
+    QVERIFY(root.isValid());
+}
+
+void WindowFixture::setUpWindow()
+{
+    enterRunDir(root, true);
+    module.reset(new PtyModule);
+    QVERIFY(module->isOpen());
+    boxes.reset(new BoxAnswerer);
+    clearDebugMessages();
+    clearLogLines();
+    window = makeWindow(module.get());
+    QVERIFY(window);
+}
+
+void WindowFixture::tearDownWindow()
+{
+    window.reset();
+    QVERIFY(!RaderCommunicate::GetInstance()->bOpen);
+    boxes.reset();
+    module.reset();
 }
 
 bool openLink(MainWindow *window, PtyModule &module, const QString &baud)

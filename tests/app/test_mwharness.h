@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "app/mainwindow.h"
+#include "view/xyview.h"
 class QWidget;
 
 namespace mw
@@ -122,6 +123,30 @@ std::unique_ptr<MainWindow> makeWindow(PtyModule *module, bool show = true);
 // Selects the module's port and baud rate and presses the open button; true
 // when the link is up and the read-areas request arrived.
 bool openLink(MainWindow *window, PtyModule &module, const QString &baud = "9600");
+
+// What each test case of a window test sets up and takes down: a run
+// directory with the translation files, the module on a pseudo-terminal, the
+// message-box answerer and the shown window. Test classes derive from it
+// (after QObject) and call it from their initTestCase, init and cleanup.
+class WindowFixture
+{
+protected:
+    // initTestCase(): captures of the debug output and the log.
+    void setUpCase();
+    // init(): a fresh run directory, module, answerer and window.
+    void setUpWindow();
+    // cleanup(): closes the window, which must close the link, then drops the
+    // answerer and the module.
+    void tearDownWindow();
+
+    template <class T> T *w(const char *name) { return child<T>(window.get(), name); }
+    XYView *view() { return w<XYView>("widget_XY"); }
+
+    QTemporaryDir root;
+    std::unique_ptr<PtyModule> module;
+    std::unique_ptr<BoxAnswerer> boxes;
+    std::unique_ptr<MainWindow> window;
+};
 
 // A 40-byte area report (code 6) from three (type, x1, y1, x2, y2) records
 // in decimetres.

@@ -50,6 +50,7 @@ private slots:
     void labelsAsDrawText();
     void fastWayIsTakenForTheDefaultFont();
     void scaledPainterGoesTheUsualWay();
+    void otherFontOrResolutionGoesTheUsualWay();
     void preparationFollowsFontAndResolution();
 
     void straightLinesAsDrawLine_data();
@@ -140,6 +141,44 @@ void TestPaintShortcuts::scaledPainterGoesTheUsualWay()
         glyphs.drawText(&painter, QPoint(4, 30), text);
     }
     QVERIFY(expected == actual);
+}
+
+// Glyphs prepared for one font and resolution, a painter with another:
+// the text must still come out as drawText draws it.
+void TestPaintShortcuts::otherFontOrResolutionGoesTheUsualWay()
+{
+    const QString text("7:(-2.5,6.0)");
+    QImage plain = canvas();
+    LabelGlyphs glyphs;
+    glyphs.prepare(QFont(), &plain);
+    QVERIFY(glyphs.isUsable());
+
+    QImage denser = canvas();
+    denser.setDotsPerMeterX(plain.dotsPerMeterX() * 2);
+    denser.setDotsPerMeterY(plain.dotsPerMeterY() * 2);
+    const QFont larger = pointFont(14);
+    const struct {
+        QImage *device;
+        QFont font;
+    } cases[] = {{&plain, larger}, {&denser, QFont()}};
+    for (const auto &c : cases) {
+        QImage expected = *c.device;
+        QImage actual = *c.device;
+        {
+            QPainter painter(&expected);
+            painter.setFont(c.font);
+            painter.setPen(Qt::white);
+            painter.drawText(QPoint(6, 40), text);
+        }
+        {
+            QPainter painter(&actual);
+            painter.setFont(c.font);
+            painter.setPen(Qt::white);
+            glyphs.drawText(&painter, QPoint(6, 40), text);
+        }
+        QVERIFY(expected == actual);
+        QVERIFY(expected != *c.device);
+    }
 }
 
 void TestPaintShortcuts::preparationFollowsFontAndResolution()
