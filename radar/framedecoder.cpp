@@ -37,7 +37,10 @@ Candidate classifyAt(ByteView data, int offset, int maxFrameSize, int &size)
 
 } // namespace frameformat
 
-FrameDecoder::FrameDecoder(int maxFrameSize) : maxSize(qMax(maxFrameSize, frameformat::kEnvelopeSize)) {}
+FrameDecoder::FrameDecoder(int maxFrameSize)
+    : maxSize(qMax(maxFrameSize, frameformat::kEnvelopeSize))
+{
+}
 
 QList<QByteArray> FrameDecoder::feed(const QByteArray &chunk)
 {

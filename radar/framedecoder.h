@@ -89,8 +89,7 @@ public:
 
     // Decodes the chunk together with what was kept from earlier chunks and
     // calls onFrame(frameformat::ByteView) for every good frame.
-    template <typename OnFrame>
-    void feed(const char *data, int size, OnFrame &&onFrame)
+    template <typename OnFrame> void feed(const char *data, int size, OnFrame &&onFrame)
     {
         if (pending.isEmpty()) {
             const int used = frameformat::scanFrames(frameformat::ByteView(data, size), maxSize,

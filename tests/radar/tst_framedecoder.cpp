@@ -71,8 +71,8 @@ void TestFrameDecoder::stream_data()
     QTest::newRow("bad sum skipped whole") << withBadSum(report) + ok << 1 << 1 << 0 << 0;
     QTest::newRow("wrong tail is no frame")
         << hex("FF EE DD 00 02 01 01 02 DD EE 00") << 0 << 0 << 11 << 0;
-    QTest::newRow("zero length is no frame") << hex("FF EE DD 00 00 00 DD EE FF") + ok << 1 << 0
-                                             << 9 << 0;
+    QTest::newRow("zero length is no frame")
+        << hex("FF EE DD 00 00 00 DD EE FF") + ok << 1 << 0 << 9 << 0;
     QTest::newRow("length beyond the limit is no frame")
         << hex("FF EE DD 7F FF") + ok << 1 << 0 << 5 << 0;
     QTest::newRow("unfinished frame kept") << report + ok.left(7) << 1 << 0 << 0 << 7;
