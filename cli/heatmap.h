@@ -12,7 +12,7 @@
 class HeatMap
 {
 public:
-    static constexpr int kCells = 256;      // per axis
+    static constexpr int kCells = 256;       // per axis
     static constexpr double kCellSize = 0.1; // metres
 
     HeatMap();

@@ -3,15 +3,17 @@
 
 #include "cli/cliapp.h"
 #include "cli/interrupt.h"
+#include "cli/sessioncommands.h"
 
 #include <QCoreApplication>
 
 int main(int argc, char *argv[])
 {
-    QCoreApplication app(argc, argv);
+    const auto app = createCliApplication(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("orv-cli"));
     Interrupt::install();
     CliApp cli;
     registerBuiltinCommands(cli);
-    return cli.run(app.arguments().mid(1));
+    registerSessionCommands(cli);
+    return cli.run(QCoreApplication::arguments().mid(1));
 }

@@ -18,8 +18,8 @@ QByteArray paint(const char *what, const QColor &c)
 {
     QByteArray out = QByteArray(what) + "=\"" + c.name(QColor::HexRgb).toLatin1() + "\"";
     if (c.alpha() < 255)
-        out += QByteArray(" ") + what + "-opacity=\"" + QByteArray::number(c.alphaF(), 'f', 3) +
-               "\"";
+        out +=
+            QByteArray(" ") + what + "-opacity=\"" + QByteArray::number(c.alphaF(), 'f', 3) + "\"";
     return out;
 }
 

@@ -75,11 +75,13 @@ SessionPicture::SessionPicture(const SessionFigures &figures, const HeatMap &hea
                        options.size.height() - kTop - kBottom);
     scale = std::min(avail.width() / (x1 - x0), avail.height() / (y1 - y0));
     const double w = (x1 - x0) * scale, h = (y1 - y0) * scale;
-    plot = QRectF(avail.left() + (avail.width() - w) / 2, avail.top() + (avail.height() - h) / 2,
-                  w, h);
+    plot = QRectF(avail.left() + (avail.width() - w) / 2, avail.top() + (avail.height() - h) / 2, w,
+                  h);
 
+    // The scale runs from three decades below the hottest cell's decade (but
+    // not below 0.01 s) up to the hottest cell.
     high = heat.maximum();
-    low = std::max(high / 1000.0, 1e-3);
+    low = high > 0 ? std::max(std::pow(10.0, std::floor(std::log10(high)) - 3), 0.01) : 0.01;
 }
 
 QPointF SessionPicture::toPixel(double x, double y) const
@@ -125,10 +127,11 @@ void SessionPicture::draw(RenderCanvas &c) const
 {
     c.fillRect(QRectF(0, 0, options.size.width(), options.size.height()), Qt::white);
     c.clip(plot);
+    drawAreas(c, false);
     drawHeat(c);
     drawGrid(c);
-    drawAreas(c);
     drawTrails(c);
+    drawAreas(c, true);
     // The module, at the origin.
     const QPointF origin = toPixel(0, 0);
     c.disc(origin, 7, QColor(20, 20, 20));
@@ -211,17 +214,21 @@ void SessionPicture::drawTrails(RenderCanvas &c) const
     }
 }
 
-void SessionPicture::drawAreas(RenderCanvas &c) const
+void SessionPicture::drawAreas(RenderCanvas &c, bool outlines) const
 {
     for (const PictureArea &a : areas) {
         const QRectF r = a.rect.normalized();
         const QRectF px(toPixel(r.left(), r.bottom()), toPixel(r.right(), r.top()));
         const QColor fill = areaFill(a.type);
-        c.fillRect(px, fill);
+        if (!outlines) {
+            c.fillRect(px, fill);
+            continue;
+        }
         QColor border = fill;
         border.setAlpha(220);
         c.strokeRect(px, border, 2);
-        const QString name = QString("%1 %2").arg(a.type == 0 ? "Detection" : "Exclusion").arg(a.number);
+        const QString name =
+            QString("%1 %2").arg(a.type == 0 ? "Detection" : "Exclusion").arg(a.number);
         const QString share = a.share < 0 ? QString("occupancy not reported")
                                           : QString("occupied %1 %").arg(a.share * 100, 0, 'f', 1);
         c.text(px.topLeft() + QPointF(5, 17), name, QColor(0, 0, 70), 14, true);
@@ -281,7 +288,8 @@ void SessionPicture::drawCaption(RenderCanvas &c) const
     QString span = "no reports";
     if (figures.firstMs >= 0)
         span = QString("%1 \u2013 %2 (%3)")
-                   .arg(formatLogTime(figures.firstMs).left(19), formatLogTime(figures.lastMs).left(19),
+                   .arg(formatLogTime(figures.firstMs).left(19),
+                        formatLogTime(figures.lastMs).left(19),
                         durationText(figures.lastMs - figures.firstMs));
     c.text(QPointF(kLeft, 26), span, kInk, 17, true);
     QStringList parts;
@@ -295,7 +303,8 @@ void SessionPicture::drawCaption(RenderCanvas &c) const
     if (figures.lines.truncatedDumps > 0)
         parts << QString("%1 truncated dumps").arg(grouped(figures.lines.truncatedDumps));
     if (trails.windowStart() > std::numeric_limits<qint64>::min())
-        parts << QString("trails: last %1").arg(durationText(trails.latest() - trails.windowStart()));
+        parts
+            << QString("trails: last %1").arg(durationText(trails.latest() - trails.windowStart()));
     if (!options.areaSource.isEmpty())
         parts << "areas: " + options.areaSource;
     c.text(QPointF(kLeft, 50), parts.join(QStringLiteral("  \u00b7  ")), kInk, 13);

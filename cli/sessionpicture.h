@@ -18,9 +18,9 @@
 #include <QVector>
 
 struct PictureArea {
-    int number = 1; // 1..3
-    int type = 0;   // 0 detection, 1 exclusion
-    QRectF rect;    // metres, any corner order
+    int number = 1;    // 1..3
+    int type = 0;      // 0 detection, 1 exclusion
+    QRectF rect;       // metres, any corner order
     double share = -1; // occupied share 0..1, -1 when not known
 };
 
@@ -63,7 +63,8 @@ private:
     void drawGrid(RenderCanvas &c) const;
     void drawHeat(RenderCanvas &c) const;
     void drawTrails(RenderCanvas &c) const;
-    void drawAreas(RenderCanvas &c) const;
+    // Fills under the heat map, outlines and labels above it.
+    void drawAreas(RenderCanvas &c, bool outlines) const;
     void drawLegend(RenderCanvas &c) const;
     void drawCaption(RenderCanvas &c) const;
 

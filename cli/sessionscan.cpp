@@ -241,7 +241,8 @@ bool expandLogInputs(const QStringList &arguments, QStringList *files, QString *
                 logs.append({m.captured(1).toLongLong(), QDir(argument).filePath(name)});
         }
         if (logs.isEmpty()) {
-            *error = QString("cannot read %1: a folder without logfile_<n>.txt files").arg(argument);
+            *error =
+                QString("cannot read %1: a folder without logfile_<n>.txt files").arg(argument);
             return false;
         }
         std::sort(logs.begin(), logs.end());

@@ -49,9 +49,9 @@ struct SessionFigures {
     qint64 longestGapMs = 0; // between two target reports
     qint64 longestGapFromMs = -1;
 
-    int mostPeople = 0;      // most non-empty points in one report
-    qint64 points = 0;       // non-empty points reported
-    qint64 pointsOutside = 0; // of which outside the plane above
+    int mostPeople = 0;         // most non-empty points in one report
+    qint64 points = 0;          // non-empty points reported
+    qint64 pointsOutside = 0;   // of which outside the plane above
     double presenceSeconds = 0; // time covered by target reports
 
     double areaSeconds = 0; // time covered by area-presence reports

@@ -1,8 +1,8 @@
 #include "cli/trailstore.h"
 
 #include <algorithm>
-#include <limits>
 #include <cstdlib>
+#include <limits>
 
 TrailStore::TrailStore(int capacity, qint64 windowMs)
     : capacity(std::max(capacity, 16)), window(std::max<qint64>(windowMs, 0))
@@ -20,7 +20,7 @@ void TrailStore::addReport(qint64 ms, const qint8 *pairs, int count)
     latestMs = std::max(latestMs, ms);
     count = std::min(count, int(kSlots));
     for (int k = 0; k < kSlots; ++k) {
-        Slot &s = slots[k];
+        Slot &s = slotState[k];
         const bool present = k < count && (pairs[2 * k] != 0 || pairs[2 * k + 1] != 0);
         if (!present) {
             s.active = false;

@@ -39,7 +39,7 @@ public:
     // Points with ms >= this are inside the window (all when no window).
     qint64 windowStart() const;
 
-    static constexpr double kMaxStep = 1.0;        // metres between two reports
+    static constexpr double kMaxStep = 1.0;       // metres between two reports
     static constexpr qint64 kMaxSilenceMs = 2000; // between two reports of a slot
 
 private:
@@ -57,5 +57,5 @@ private:
     qint64 intervalMs = 0;
     qint64 latestMs = 0;
     std::vector<TrailPoint> store;
-    Slot slots[kSlots];
+    Slot slotState[kSlots];
 };

@@ -73,8 +73,8 @@ ParsedLine parseLogLine(const char *data, int size, QByteArray &bytes)
     if (size < kStampSize - 1)
         return out;
     const char *p = data;
-    if (p[0] != '[' || p[5] != '-' || p[8] != '-' || p[11] != ' ' || p[14] != ':' ||
-        p[17] != ':' || p[20] != '.' || p[24] != ']')
+    if (p[0] != '[' || p[5] != '-' || p[8] != '-' || p[11] != ' ' || p[14] != ':' || p[17] != ':' ||
+        p[20] != '.' || p[24] != ']')
         return out;
     const int year = digits(p + 1, 4);
     const int month = digits(p + 6, 2);
