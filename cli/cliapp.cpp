@@ -131,6 +131,8 @@ void CliApp::setUpParser(CliCommand &command, QCommandLineParser &parser) const
     parser.addOption({{"h", "help"}, "Describes this command."});
     if (command.usesPort()) {
         parser.addOption({{"p", "port"}, "The serial port to use.", "P"});
+    }
+    if (command.takesBaud()) {
         parser.addOption({"baud",
                           "The module's baud rate, or auto to probe it first (default auto).",
                           "N|auto", "auto"});
@@ -144,7 +146,7 @@ QString CliApp::commandHelp(const CliCommand &command) const
     setUpParser(*lookUp(command.name()), parser);
     QString text = "Usage: orv-cli " + command.name();
     if (command.usesPort())
-        text += " --port P [--baud N|auto]";
+        text += command.takesBaud() ? " --port P [--baud N|auto]" : " --port P";
     if (!command.synopsis().isEmpty())
         text += ' ' + command.synopsis();
     text += "\n\n" + command.summary() + "\n";
@@ -250,7 +252,7 @@ int CliApp::run(const QStringList &arguments)
     }
     if (command->usesPort()) {
         QString why;
-        if (!PortOptions::check(parser, &why))
+        if (!PortOptions::check(parser, command->takesBaud(), &why))
             return context.usageError(why);
     }
     return command->run(context);

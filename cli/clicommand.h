@@ -27,6 +27,8 @@ public:
     virtual QString details() const { return QString(); }
     // True when the command talks to a module: --port and --baud are added.
     virtual bool usesPort() const { return false; }
+    // True when it also takes --baud N|auto (every port command but probe).
+    virtual bool takesBaud() const { return usesPort(); }
 
     virtual void addOptions(QCommandLineParser &parser) { Q_UNUSED(parser) }
     virtual int run(CliContext &context) = 0;

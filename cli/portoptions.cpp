@@ -10,7 +10,8 @@ bool PortOptions::parseBaud(const QString &text, int *baud)
     return true;
 }
 
-bool PortOptions::fromParser(const QCommandLineParser &parser, PortOptions *options, QString *why)
+bool PortOptions::fromParser(const QCommandLineParser &parser, bool withBaud, PortOptions *options,
+                             QString *why)
 {
     PortOptions o;
     o.port = parser.value("port").trimmed();
@@ -20,7 +21,7 @@ bool PortOptions::fromParser(const QCommandLineParser &parser, PortOptions *opti
                                                      "lists the ports that can be opened)");
         return false;
     }
-    const QString baud = parser.value("baud").trimmed();
+    const QString baud = withBaud ? parser.value("baud").trimmed() : QStringLiteral("auto");
     if (baud.compare(QLatin1String("auto"), Qt::CaseInsensitive) != 0 &&
         !parseBaud(baud, &o.baud)) {
         *why = QString("--baud: \"%1\" is neither a baud rate (1..16777215) nor auto").arg(baud);
@@ -30,8 +31,8 @@ bool PortOptions::fromParser(const QCommandLineParser &parser, PortOptions *opti
     return true;
 }
 
-bool PortOptions::check(const QCommandLineParser &parser, QString *why)
+bool PortOptions::check(const QCommandLineParser &parser, bool withBaud, QString *why)
 {
     PortOptions ignored;
-    return fromParser(parser, &ignored, why);
+    return fromParser(parser, withBaud, &ignored, why);
 }

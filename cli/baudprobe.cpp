@@ -1,0 +1,49 @@
+#include "cli/baudprobe.h"
+
+#include "radar/frameformat.h"
+
+#include <QElapsedTimer>
+
+QList<int> BaudProbe::windowRates()
+{
+    return {2400,  4800,   9600,   19200,  38400,  43000, 56000,
+            57600, 115200, 230400, 256000, 460800, 921600};
+}
+
+QList<int> BaudProbe::probeOrder()
+{
+    QList<int> order{9600, 115200, 256000};
+    for (int rate : windowRates())
+        if (!order.contains(rate))
+            order.append(rate);
+    return order;
+}
+
+BaudProbe::Result BaudProbe::run(ModuleSession &session, int listenMs)
+{
+    Result result;
+    QElapsedTimer clock;
+    clock.start();
+    for (int rate : probeOrder()) {
+        result.tried.append(rate);
+        if (session.baudRate() != rate && !session.setBaudRate(rate))
+            continue;
+        session.discardInput();
+        // A module that streams answers by itself; one that does not answers
+        // the display-type read. Either way a frame must come whole.
+        session.send(ReadTargetShowType);
+        QByteArray frame;
+        const LinkStatus status = session.waitForAnyFrame(listenMs, &frame);
+        if (status == LinkStatus::Ok) {
+            result.baud = rate;
+            result.status = LinkStatus::Ok;
+            break;
+        }
+        if (status != LinkStatus::Timeout) {
+            result.status = status;
+            break;
+        }
+    }
+    result.elapsedMs = clock.elapsed();
+    return result;
+}

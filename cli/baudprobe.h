@@ -1,0 +1,31 @@
+#pragma once
+
+// Finding the rate a module talks at, without changing anything in it: at
+// each rate listen for a well-formed frame (header, length, sum and tail
+// checked) while asking for the display type (code 3), which only reads.
+
+#include "cli/modulesession.h"
+
+#include <QList>
+
+class BaudProbe
+{
+public:
+    // The window's 13 rates, in its order.
+    static QList<int> windowRates();
+    // The order tried: the usual rates first, then the rest of the window's.
+    static QList<int> probeOrder();
+
+    static constexpr int kDefaultListenMs = 200;
+
+    struct Result {
+        int baud = 0; // 0 when no rate gave a frame
+        LinkStatus status = LinkStatus::Timeout;
+        QList<int> tried;
+        qint64 elapsedMs = 0;
+    };
+
+    // Tries every rate on an open session, leaving it at the rate found (or
+    // at the last one tried); listens listenMs at each.
+    static Result run(ModuleSession &session, int listenMs = kDefaultListenMs);
+};
