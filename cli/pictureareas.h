@@ -9,8 +9,9 @@
 #include <QString>
 #include <QVector>
 
-// Reads the areas of an area file; false with the file and the reason when it
-// cannot be read or is not an area file. Areas of type "unset" are left out.
+// Reads the areas of an orv-cli area file (AreaFile); false with the file and
+// the reason when it cannot be read or is not an area file. Areas of type
+// "unset" are left out.
 bool readPictureAreas(const QString &path, QVector<PictureArea> *areas, QString *error);
 
 // The areas of the module's last read-area answer (none when the log holds

@@ -242,7 +242,7 @@ void TestSessionCommands::badInput_data()
         << QStringList{"render", good, "-o", dir.filePath("no/such/dir/x.png")} << 2
         << "cannot write";
     QTest::newRow("bad area file")
-        << QStringList{"render", good, "-o", out, "--areas", badJson} << 2 << "line 3, column";
+        << QStringList{"render", good, "-o", out, "--areas", badJson} << 2 << "bad.json:3:";
     QTest::newRow("missing area file")
         << QStringList{"render", good, "-o", out, "--areas", missing} << 2 << missing;
 }

@@ -194,29 +194,17 @@ void TestSessionPicture::areaFile_data()
     QTest::newRow("two areas")
         << QByteArray("{\"format\":\"orv-areas\",\"version\":1,\"areas\":["
                       "{\"number\":1,\"type\":\"detect\",\"from\":[-1.5,3],\"to\":[1.5,1]},"
-                      "{\"number\":3,\"type\":\"exclude\",\"from\":{\"x\":2,\"y\":6},"
-                      "\"to\":{\"x\":4,\"y\":5}},{\"number\":2,\"type\":\"unset\"}]}")
+                      "{\"number\":2,\"type\":\"unset\"},"
+                      "{\"number\":3,\"type\":\"exclude\",\"from\":[2,6],\"to\":[4,5]}]}")
         << 2 << QString();
     QTest::newRow("not json") << QByteArray("{\n  \"areas\": [,]\n}") << 0
-                              << QString("line 2, column");
-    QTest::newRow("no list") << QByteArray("{}") << 0 << QString("\"areas\"");
-    QTest::newRow("number 4")
-        << QByteArray(
-               "{\"areas\":[{\"number\":4,\"type\":\"detect\",\"from\":[0,1],\"to\":[1,0]}]}")
-        << 0 << QString("\"number\"");
-    QTest::newRow("twice") << QByteArray("{\"areas\":[{\"number\":1,\"type\":\"unset\"},"
-                                         "{\"number\":1,\"type\":\"unset\"}]}")
-                           << 0 << QString("twice");
-    QTest::newRow("bad type")
-        << QByteArray("{\"areas\":[{\"number\":1,\"type\":\"room\",\"from\":[0,1],\"to\":[1,0]}]}")
-        << 0 << QString("\"type\"");
-    QTest::newRow("bad corner")
-        << QByteArray("{\"areas\":[{\"number\":1,\"type\":\"detect\",\"from\":[0],\"to\":[1,0]}]}")
-        << 0 << QString("corners");
+                              << QString("site.json:2:");
+    // The file's own checks are the area file's tests; here only that the
+    // picture refuses what the reader refuses.
     QTest::newRow("out of range")
-        << QByteArray(
-               "{\"areas\":[{\"number\":1,\"type\":\"detect\",\"from\":[-9,1],\"to\":[1,0]}]}")
-        << 0 << QString("-8..8");
+        << QByteArray("{\"format\":\"orv-areas\",\"version\":1,\"areas\":["
+                      "{\"number\":1,\"type\":\"detect\",\"from\":[-9,1],\"to\":[1,0]}]}")
+        << 0 << QString("-8");
 }
 
 void TestSessionPicture::areaFile()
