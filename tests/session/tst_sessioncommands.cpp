@@ -52,6 +52,7 @@ private slots:
     void initTestCase();
     void goldenFiguresFromRadarSim();
     void pictureFromRadarSim();
+    void fromOrvCliRecord();
     void badInput_data();
     void badInput();
     void junkIsSkippedAndCounted();
@@ -204,6 +205,33 @@ void TestSessionCommands::pictureFromRadarSim()
                  qAbs(fill.blue() - 209) <= 3,
              qPrintable(fill.name()));
     QVERIFY(r.err.contains("wrote"));
+}
+
+void TestSessionCommands::fromOrvCliRecord()
+{
+    // orv-cli record writes the same lines: one person at (0.5, 2.0).
+    SimProcess sim;
+    const QString port = sim.start({"--baud", "9600", "--rate", "20", "--fixed", "0.5,2"});
+    QVERIFY(!port.isEmpty());
+    const QString log = dir.filePath("record.log");
+    const Run rec = orvCli({"record", "--port", port, "--baud", "9600", "-o", log, "--duration",
+                            "1.5"});
+    QVERIFY2(rec.code == 0, rec.err.constData());
+    const Run r = orvCli({"summary", "--json", log});
+    QCOMPARE(r.code, 0);
+    const QJsonObject o = QJsonDocument::fromJson(r.out).object();
+    QCOMPARE(o["mostPeopleAtOnce"].toInt(), 1);
+    QVERIFY(o["targetReports"].toInt() >= 15);
+    QCOMPARE(o["linesSkipped"].toInt(), 0);
+    HeatMap heat;
+    SessionScan scan(SessionFilter(), &heat);
+    QVERIFY(scan.addFile(log, nullptr));
+    scan.finish();
+    qint8 x, y;
+    heat.hottest(&x, &y);
+    QCOMPARE(int(x), 5);
+    QCOMPARE(int(y), 20);
+    QCOMPARE(heat.seconds(5, 20), heat.totalSeconds());
 }
 
 void TestSessionCommands::badInput_data()
