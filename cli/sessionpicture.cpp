@@ -15,6 +15,7 @@ constexpr double kLeft = 64, kRight = 170, kTop = 70, kBottom = 52;
 const QColor kInk(30, 30, 40);
 const QColor kGrid(0, 0, 0, 38);
 const QColor kFrame(0, 0, 0, 150);
+constexpr double kTrailWidth = 1.3;
 
 QString secondsText(double s)
 {
@@ -120,7 +121,7 @@ QColor SessionPicture::areaFill(int type)
 
 QColor SessionPicture::trailColour(double age)
 {
-    return QColor(0, 120, 50, int(std::lround(230 - 190 * std::clamp(age, 0.0, 1.0))));
+    return QColor(0, 120, 50, int(std::lround(230 - 205 * std::clamp(age, 0.0, 1.0))));
 }
 
 void SessionPicture::draw(RenderCanvas &c) const
@@ -208,9 +209,21 @@ void SessionPicture::drawTrails(RenderCanvas &c) const
         }
         prev = &p;
     }
+    // Many hours of trails would cover the heat map: when the lines would
+    // cover more than a quarter of the plot, they are drawn fainter in step.
+    double length = 0;
+    for (const QVector<QPointF> &b : buckets) {
+        for (int i = 0; i + 1 < b.size(); i += 2)
+            length += std::hypot(b[i + 1].x() - b[i].x(), b[i + 1].y() - b[i].y());
+    }
+    const double coverage = length * kTrailWidth / std::max(plot.width() * plot.height(), 1.0);
+    const double faint = coverage > 0.25 ? 0.25 / coverage : 1.0;
     for (int b = kSteps - 1; b >= 0; --b) {
-        if (!buckets[b].isEmpty())
-            c.segments(buckets[b], trailColour((b + 0.5) / kSteps), 1.3);
+        if (buckets[b].isEmpty())
+            continue;
+        QColor colour = trailColour((b + 0.5) / kSteps);
+        colour.setAlpha(std::max(4, int(colour.alpha() * faint)));
+        c.segments(buckets[b], colour, kTrailWidth);
     }
 }
 
