@@ -10,6 +10,7 @@
 #include "cli/sessionscan.h"
 #include "log/loglinereader.h"
 #include "radar/frameformat.h"
+#include "tools/radar-sim/replaylog.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -141,6 +142,21 @@ void BM_ParseLogLine(benchmark::State &state)
     state.SetBytesProcessed(state.iterations() * line.size());
 }
 BENCHMARK(BM_ParseLogLine);
+
+// The same line through radar-sim's replay reader (a regular expression and
+// QDateTime), for comparison.
+void BM_ParseLogLineRegex(benchmark::State &state)
+{
+    const QByteArray line = "[2026-11-21 08:00:00.000] RecvData:FF EE DD 00 07 07 1E 28 EC 32 0A "
+                            "14 B9 DD EE FF \n";
+    for (auto _ : state) {
+        QDateTime when;
+        QByteArray bytes;
+        benchmark::DoNotOptimize(ReplayLog::parseLine(line, &when, &bytes));
+    }
+    state.SetBytesProcessed(state.iterations() * line.size());
+}
+BENCHMARK(BM_ParseLogLineRegex);
 
 // summary: the scan alone.
 void BM_ScanOneHour(benchmark::State &state)

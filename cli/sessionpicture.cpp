@@ -259,7 +259,7 @@ void SessionPicture::drawLegend(RenderCanvas &c) const
     if (high <= 0) {
         c.text(QPointF(left, y + 12), "nobody reported", kInk, 12);
     } else {
-        const double barH = std::min(260.0, plot.bottom() - y - 140);
+        const double barH = std::max(40.0, std::min(260.0, plot.bottom() - y - 140));
         const double barW = 18;
         const int steps = 64;
         for (int i = 0; i < steps; ++i) {
