@@ -1,6 +1,5 @@
 #include "cli/sessionscan.h"
 
-#include <QCollator>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -220,9 +219,33 @@ void SessionScan::finish()
     flagsMs = -1;
 }
 
+namespace
+{
+
+// The logfile_<n>.txt files of a folder, in the order of n.
+QStringList dayFiles(const QString &folder)
+{
+    static const QRegularExpression logName(QStringLiteral("^logfile_(\\d{1,9})\\.txt$"));
+    QList<QPair<qint64, QString>> logs;
+    const QDir dir(folder);
+    const QStringList names = dir.entryList(QDir::Files | QDir::Readable);
+    for (const QString &name : names) {
+        const QRegularExpressionMatch m = logName.match(name);
+        if (m.hasMatch())
+            logs.append({m.captured(1).toLongLong(), dir.filePath(name)});
+    }
+    std::sort(logs.begin(), logs.end());
+    QStringList files;
+    for (const auto &log : logs)
+        files.append(log.second);
+    return files;
+}
+
+} // namespace
+
 bool expandLogInputs(const QStringList &arguments, QStringList *files, QString *error)
 {
-    static const QRegularExpression logName(QStringLiteral("^logfile_(\\d+)\\.txt$"));
+    static const QRegularExpression dayName(QStringLiteral("^\\d{8}$"));
     for (const QString &argument : arguments) {
         const QFileInfo info(argument);
         if (!info.exists()) {
@@ -233,21 +256,23 @@ bool expandLogInputs(const QStringList &arguments, QStringList *files, QString *
             files->append(argument);
             continue;
         }
-        QList<QPair<qint64, QString>> logs;
-        const QStringList names = QDir(argument).entryList(QDir::Files | QDir::Readable);
-        for (const QString &name : names) {
-            const QRegularExpressionMatch m = logName.match(name);
-            if (m.hasMatch())
-                logs.append({m.captured(1).toLongLong(), QDir(argument).filePath(name)});
+        QStringList found = dayFiles(argument);
+        if (found.isEmpty()) {
+            // The log folder itself: its day folders (yyyymmdd) in date order.
+            const QDir dir(argument);
+            const QStringList days = dir.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+            for (const QString &day : days) {
+                if (dayName.match(day).hasMatch())
+                    found += dayFiles(dir.filePath(day));
+            }
         }
-        if (logs.isEmpty()) {
-            *error =
-                QString("cannot read %1: a folder without logfile_<n>.txt files").arg(argument);
+        if (found.isEmpty()) {
+            *error = QString("cannot read %1: a folder without logfile_<n>.txt files (nor day "
+                             "folders holding them)")
+                         .arg(argument);
             return false;
         }
-        std::sort(logs.begin(), logs.end());
-        for (const auto &log : logs)
-            files->append(log.second);
+        *files += found;
     }
     return true;
 }

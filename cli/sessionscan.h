@@ -111,8 +111,10 @@ private:
 };
 
 // Expands the command line's LOG arguments: a file stands for itself, a
-// folder for its logfile_<n>.txt files in the order of n. False (with the
-// reason) when an argument is missing, unreadable or a folder without logs.
+// folder for its logfile_<n>.txt files in the order of n, and a folder
+// without such files (the log folder itself) for those of its day folders
+// (yyyymmdd) in date order. False (with the reason) when an argument is
+// missing or a folder holds no logs.
 bool expandLogInputs(const QStringList &arguments, QStringList *files, QString *error);
 
 // Parses --from/--to values: ISO 8601 date-times (2026-11-21T08:00,

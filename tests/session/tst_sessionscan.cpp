@@ -309,6 +309,17 @@ void TestSessionScan::expandsFoldersInNumericOrder()
         names << QFileInfo(f).fileName();
     QCOMPARE(names, (QStringList{"single.log", "logfile_0.txt", "logfile_1.txt", "logfile_2.txt",
                                  "logfile_10.txt"}));
+
+    // The log folder: its day folders in date order.
+    QVERIFY(QDir(dir.path()).mkpath("log/20261120"));
+    QVERIFY(QDir(dir.path()).mkpath("log/notes"));
+    write("log/20261120/logfile_0.txt", "x");
+    write("log/notes/logfile_0.txt", "x");
+    files.clear();
+    QVERIFY(expandLogInputs({dir.filePath("log")}, &files, &error));
+    QCOMPARE(files.size(), 5);
+    QVERIFY(files[0].endsWith("20261120/logfile_0.txt"));
+    QVERIFY(files[4].endsWith("20261121/logfile_10.txt"));
 }
 
 void TestSessionScan::expandRefusesMissingAndEmpty()
