@@ -84,8 +84,8 @@ void TestRadarSimProcess::help()
     for (const char *option :
          {"--port NAME", "--area N,TYPE,X1,Y1,X2,Y2", "--baud N", "--rate HZ", "--targets N",
           "--fixed X,Y", "--seed N", "--noise N", "--bad-checksum P", "--split", "--gap MS",
-          "--settle MS", "--disconnect-after S", "--baud-ng", "--any-baud", "--replay FILE", "--verbose",
-          "--help"})
+          "--settle MS", "--disconnect-after S", "--baud-ng", "--any-baud", "--replay FILE",
+          "--verbose", "--help"})
         QVERIFY2(out.contains(QLatin1String(option)), option);
     QVERIFY(out.contains("Exit codes"));
 }
@@ -338,12 +338,12 @@ void TestRadarSimProcess::seedGivesTheSameWalk()
                 reports.append(frameformat::decodeTargets(s.frame));
         return reports;
     };
-    const auto a =
-        firstReports({"--baud", "115200", "--seed", "99", "--targets", "4", "--rate", "50", "--settle", "0"});
-    const auto b =
-        firstReports({"--baud", "115200", "--seed", "99", "--targets", "4", "--rate", "50", "--settle", "0"});
-    const auto c =
-        firstReports({"--baud", "115200", "--seed", "100", "--targets", "4", "--rate", "50", "--settle", "0"});
+    const auto a = firstReports(
+        {"--baud", "115200", "--seed", "99", "--targets", "4", "--rate", "50", "--settle", "0"});
+    const auto b = firstReports(
+        {"--baud", "115200", "--seed", "99", "--targets", "4", "--rate", "50", "--settle", "0"});
+    const auto c = firstReports(
+        {"--baud", "115200", "--seed", "100", "--targets", "4", "--rate", "50", "--settle", "0"});
     QCOMPARE(a.size(), 10);
     QCOMPARE(a.first().size(), 4);
     QCOMPARE(a, b);
@@ -417,8 +417,8 @@ void TestRadarSimProcess::splitFrames()
 void TestRadarSimProcess::reopenAfterClose()
 {
     SimProcess sim;
-    const QString path =
-        sim.start({"--baud", "115200", "--fixed", "1,2", "--rate", "50", "--settle", "0", "--verbose"});
+    const QString path = sim.start(
+        {"--baud", "115200", "--fixed", "1,2", "--rate", "50", "--settle", "0", "--verbose"});
     PtyPeer peer;
     QVERIFY(peer.open(path, B115200));
     peer.readFor(300);

@@ -50,8 +50,7 @@ SimRunner::SimRunner(const SimOptions &options, std::unique_ptr<SimPort> linePor
     frameGapMs = opts.gapMs;
     if (opts.rate > 0.0) {
         const double busyMs = BaudLine::lineTimeUs(reportBytesPerTick(opts), opts.baud) / 1000.0;
-        frameGapMs =
-            std::min(frameGapMs, std::max(1, int((1000.0 / opts.rate - busyMs) / 3.0)));
+        frameGapMs = std::min(frameGapMs, std::max(1, int((1000.0 / opts.rate - busyMs) / 3.0)));
     }
     emulateRate = !opts.anyBaud && port->showsPeerRates();
     FaultInjector::Settings f;

@@ -80,7 +80,7 @@ private:
     int frameGapMs = 5;
     bool emulateRate = false; // play the effect of a rate mismatch
     BaudLine line;
-    QString writeMismatch;    // last state of the outgoing direction, said once per change
+    QString writeMismatch; // last state of the outgoing direction, said once per change
     QSet<int> warnedRates;
 
     std::deque<Pending> queue;
