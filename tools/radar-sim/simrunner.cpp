@@ -27,8 +27,9 @@ constexpr qint64 kLateSlackUs = 2000;
 // and the noise before each.
 qint64 reportBytesPerTick(const SimOptions &o)
 {
-    return frameformat::kEnvelopeSize + 1 + 2 * o.targetCount() + frameformat::kEnvelopeSize + 4 +
-           2 * o.noise;
+    const qint64 targetReport = frameformat::kEnvelopeSize + 2 * o.targetCount();
+    const qint64 areaReport = frameformat::kEnvelopeSize + 3;
+    return targetReport + areaReport + 2 * o.noise;
 }
 
 } // namespace
