@@ -100,6 +100,7 @@ private slots:
     void lineTime();
     void toolAtModuleRateOrNot_data();
     void toolAtModuleRateOrNot();
+    void unknownRateCountsAsAnotherRate();
     void baudChange_data();
     void baudChange();
     void pacedToTheRate();
@@ -289,6 +290,23 @@ void TestRadarSimBaud::toolAtModuleRateOrNot()
                                    .arg(moduleRate)),
                  qPrintable(said));
     }
+}
+
+void TestRadarSimBaud::unknownRateCountsAsAnotherRate()
+{
+    // B0 (hang up) gives the line no rate at all.
+    SimProcess sim;
+    const QString path = sim.start(simArgs(9600));
+    PtyPeer peer;
+    QVERIFY(peer.open(path, B0));
+    QVERIFY(peer.send(request(ReadArea)));
+    peer.readFor(500);
+    const QString said = sim.errors(50);
+    QVERIFY2(said.contains("byte(s) not understood: unknown line speed"), qPrintable(said));
+    QVERIFY2(said.contains("taken as another rate than the module's 9600 baud"), qPrintable(said));
+    QVERIFY2(!said.contains("request 6"), qPrintable(said));
+    QVERIFY(!peer.all.isEmpty());
+    QVERIFY(!peer.all.contains(kHeader));
 }
 
 // ---------------------------------------------------------------------------
