@@ -159,6 +159,7 @@ class TestCliSim : public QObject
 private slots:
     void initTestCase();
     void portsListsThePseudoTerminal();
+    void probeFindsTheRate_data();
     void probeFindsTheRate();
     void probeOnASilentLine();
     void portErrors();
@@ -223,34 +224,52 @@ void TestCliSim::portsListsThePseudoTerminal()
     QVERIFY2(found, r.out.constData());
 }
 
+void TestCliSim::probeFindsTheRate_data()
+{
+    QTest::addColumn<int>("rate");
+    QTest::addColumn<bool>("streams");
+    QTest::addColumn<int>("limitMs");
+    // The first rate tried, one of the usual ones, and the last one of all;
+    // a module that streams must be found within 3 s, a quiet one within 6 s.
+    QTest::newRow("9600 streaming") << 9600 << true << 3000;
+    QTest::newRow("115200 streaming") << 115200 << true << 3000;
+    QTest::newRow("921600 streaming") << 921600 << true << 3000;
+    QTest::newRow("921600 quiet") << 921600 << false << 6000;
+}
+
 void TestCliSim::probeFindsTheRate()
 {
-    // The simulator streams at its default rate.
+    QFETCH(int, rate);
+    QFETCH(bool, streams);
+    QFETCH(int, limitMs);
     SimProcess sim;
-    const QString path = sim.start(QStringList{"--rate", "10"} + kFixed);
+    const QString path = sim.start(
+        QStringList{"--baud", QString::number(rate), "--rate", streams ? "10" : "0", "--verbose"} +
+        kFixed);
     CliResult r = runCli({"probe", "--port", path});
     CHECK_EXIT(r, 0);
-    QCOMPARE(r.out, QByteArray("9600\n"));
-    QVERIFY2(r.ms < 3000, qPrintable(describe(r)));
+    QCOMPARE(r.out, QString("%1\n").arg(rate).toUtf8());
+    QVERIFY2(r.ms < limitMs, qPrintable(describe(r)));
 
-    r = runCli({"probe", "--port", path, "--json"});
-    CHECK_EXIT(r, 0);
-    const QJsonObject o = QJsonDocument::fromJson(r.out).object();
-    QCOMPARE(o.value("baud").toInt(), 9600);
-    QCOMPARE(o.value("found").toBool(), true);
-    QCOMPARE(o.value("tried").toArray().first().toInt(), 9600);
+    if (rate == 115200) {
+        r = runCli({"probe", "--port", path, "--json"});
+        CHECK_EXIT(r, 0);
+        const QJsonObject o = QJsonDocument::fromJson(r.out).object();
+        QCOMPARE(o.value("baud").toInt(), rate);
+        QCOMPARE(o.value("found").toBool(), true);
+        QCOMPARE(o.value("tried").toArray().first().toInt(), 9600);
+        QCOMPARE(o.value("tried").toArray().last().toInt(), rate);
+    }
 
-    // A module that does not stream is found by its answer.
-    SimProcess quiet;
-    const QString quietPath = quiet.start({"--rate", "0", "--verbose"});
-    r = runCli({"probe", "--port", quietPath});
-    CHECK_EXIT(r, 0);
-    QCOMPARE(r.out, QByteArray("9600\n"));
-    // It asked for the display type and nothing else.
-    const QString said = quiet.errors();
-    QVERIFY2(said.contains("request 3"), qPrintable(said));
+    // It asked for the display type and nothing else, and the module is
+    // still at its rate.
+    const QString said = sim.errors();
     for (const char *code : {"request 1 ", "request 2 ", "request 4 ", "request 5 ", "request 10 "})
         QVERIFY2(!said.contains(code), qPrintable(said));
+    if (!streams)
+        QVERIFY2(said.contains("request 3 "), qPrintable(said));
+    r = runCli({"show", "--port", path, "--baud", QString::number(rate)});
+    CHECK_EXIT(r, 0);
 }
 
 void TestCliSim::probeOnASilentLine()
@@ -505,7 +524,15 @@ void TestCliSim::baudChange()
     QVERIFY(sim.errors().contains("now at 115200 baud"));
     r = runCli({"probe", "--port", path});
     CHECK_EXIT(r, 0);
-    QVERIFY2(r.out == "115200\n" || r.out == "9600\n", r.out.constData());
+    QCOMPARE(r.out, QByteArray("115200\n"));
+    // At the old rate the module is not heard any more.
+    r = runCli({"watch", "--port", path, "--baud", "9600", "--duration", "0.5"});
+    CHECK_EXIT(r, 4);
+    QVERIFY2(r.err.contains("wrong baud rate"), qPrintable(r.err));
+    // And back, with the rate found automatically.
+    r = runCli({"baud", "9600", "--port", path});
+    CHECK_EXIT(r, 0);
+    QCOMPARE(r.out, QByteArray("9600\n"));
 }
 
 void TestCliSim::baudRefused()
