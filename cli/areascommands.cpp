@@ -139,9 +139,9 @@ QString AreasBackupCommand::details() const
     return QStringLiteral(
         "Reads the display type and the three areas and writes them as an area file\n"
         "(see the README); -o - writes to standard output. The file is replaced whole\n"
-        "or not at all. A corner that the window's encoding would send one decimetre\n"
-        "short is written a hundredth of a metre further out, so that restoring the\n"
-        "file puts back exactly what the module held.");
+        "or not at all. Where the window's encoding would send a corner one decimetre\n"
+        "short, the corners are written a few thousandths of a metre further from zero,\n"
+        "so that restoring the file puts back exactly what the module held.");
 }
 
 void AreasBackupCommand::addOptions(QCommandLineParser &parser)

@@ -19,6 +19,13 @@ QList<int> BaudProbe::probeOrder()
     return order;
 }
 
+QString BaudProbe::Result::badSumNote() const
+{
+    if (badSums == 0)
+        return QString();
+    return QString("; %1 frame(s) with a bad sum came at %2 baud").arg(badSums).arg(badSumBaud);
+}
+
 BaudProbe::Result BaudProbe::run(ModuleSession &session, int listenMs)
 {
     Result result;
@@ -33,7 +40,13 @@ BaudProbe::Result BaudProbe::run(ModuleSession &session, int listenMs)
         // the display-type read. Either way a frame must come whole.
         session.send(ReadTargetShowType);
         QByteArray frame;
+        const qint64 badBefore = session.stats().badSums;
         const LinkStatus status = session.waitForAnyFrame(listenMs, &frame);
+        const qint64 bad = session.stats().badSums - badBefore;
+        if (bad > result.badSums) {
+            result.badSums = bad;
+            result.badSumBaud = rate;
+        }
         if (status == LinkStatus::Ok) {
             result.baud = rate;
             result.status = LinkStatus::Ok;

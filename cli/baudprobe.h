@@ -23,6 +23,12 @@ public:
         LinkStatus status = LinkStatus::Timeout;
         QList<int> tried;
         qint64 elapsedMs = 0;
+        // The rate at which most frames with a bad sum came (0: none came).
+        int badSumBaud = 0;
+        qint64 badSums = 0;
+
+        // "; 12 frames with a bad sum came at 9600 baud" or empty.
+        QString badSumNote() const;
     };
 
     // Tries every rate on an open session, leaving it at the rate found (or

@@ -244,8 +244,15 @@ int CliApp::run(const QStringList &arguments)
     setUpParser(*command, parser);
     CliContext context(command->name(), parser, out, err);
     const QStringList toParse = QStringList{"orv-cli"} + arguments.mid(used);
-    if (!parser.parse(toParse))
+    if (!parser.parse(toParse)) {
+        // A request for help wins over mistakes next to it.
+        const QStringList rest = arguments.mid(used);
+        if (rest.contains("--help") || rest.contains("-h")) {
+            write(out, commandHelp(*command));
+            return ExitDone;
+        }
         return context.usageError(parser.errorText());
+    }
     if (parser.isSet("help")) {
         write(out, commandHelp(*command));
         return ExitDone;

@@ -54,10 +54,11 @@ int ModuleCommand::run(CliContext &context)
             return context.fail(
                 ExitNoAnswer,
                 QString("no answer from the module on %1: no well-formed frame at %2 baud "
-                        "(listened %3 ms at each and asked for the display type; "
+                        "(listened %3 ms at each and asked for the display type%4; "
                         "give the rate with --baud N if it is another one)")
                     .arg(portOptions.port, rateList(probe.tried))
-                    .arg(BaudProbe::kDefaultListenMs));
+                    .arg(BaudProbe::kDefaultListenMs)
+                    .arg(probe.badSumNote()));
         session.discardInput();
     }
     return runWith(context, session);

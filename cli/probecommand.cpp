@@ -81,8 +81,9 @@ int ProbeCommand::run(CliContext &context)
     if (result.baud == 0)
         return context.fail(ExitNoAnswer,
                             QString("no answer from the module on %1: no well-formed frame at "
-                                    "%2 baud (listened %3 ms at each)")
+                                    "%2 baud (listened %3 ms at each%4)")
                                 .arg(options.port, tried.join(", "))
-                                .arg(listenMs));
+                                .arg(listenMs)
+                                .arg(result.badSumNote()));
     return ExitDone;
 }

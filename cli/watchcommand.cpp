@@ -105,6 +105,11 @@ int WatchCommand::runWith(CliContext &context, ModuleSession &session)
         return context.fail(
             ExitNoAnswer,
             QString("the port %1 went away after %2 line(s)").arg(session.portName()).arg(lines));
+    if (s.frames == 0 && s.skippedBytes + s.badSums > 0)
+        return context.fail(ExitNoAnswer,
+                            QString("no frame arrived in %1 s, only bytes that form none (a "
+                                    "wrong baud rate? leave out --baud or run 'orv-cli probe')")
+                                .arg(durationMs / 1000.0));
     if (s.frames == 0)
         return context.fail(
             ExitNoAnswer,

@@ -92,24 +92,38 @@ AreaEntry WireArea::toEntry(int number, const WireArea &area, bool *exact)
         return entry;
 
     // The window's encoding forms the far corner as a sum in metres and
-    // truncates it, which can cut a decimetre off. A value a hundredth of a
-    // metre further from zero encodes to the intended decimetre.
-    const double steps[] = {0.01, 0.02, 0.03, 0.04};
-    auto away = [](int decimetres, double by) {
-        return decimetres / 10.0 + (decimetres < 0 ? -by : by);
+    // truncates it, which can cut a decimetre off. Moving a corner a few
+    // thousandths of a metre away from zero (which the truncation of the
+    // corner itself ignores) makes the sum land on the intended decimetre;
+    // x and y are independent, so each axis is searched on its own.
+    auto away = [](int decimetres, int thousandths) {
+        return decimetres / 10.0 + (decimetres < 0 ? -thousandths : thousandths) / 1000.0;
     };
-    const QPointF plain = entry.to;
-    for (double sx : {0.0, steps[0], steps[1], steps[2], steps[3]}) {
-        for (double sy : {0.0, steps[0], steps[1], steps[2], steps[3]}) {
+    AreaEntry best = entry;
+    bool xFound = false;
+    bool yFound = false;
+    for (int j = 0; j < 10 && !(xFound && yFound); ++j) {
+        for (int k = 0; k < 10 && !(xFound && yFound); ++k) {
             AreaEntry candidate = entry;
-            candidate.to = QPointF(sx == 0.0 ? plain.x() : away(area.right, sx),
-                                   sy == 0.0 ? plain.y() : away(area.bottom, sy));
-            if (!AreaFile::xInRange(candidate.to.x()) || !AreaFile::yInRange(candidate.to.y()))
-                continue;
-            if (expected(candidate) == area)
-                return candidate;
+            candidate.from = QPointF(away(area.left, j), away(area.top, j));
+            candidate.to = QPointF(away(area.right, k), away(area.bottom, k));
+            const WireArea got = expected(candidate);
+            if (!xFound && got.left == area.left && got.right == area.right &&
+                AreaFile::xInRange(candidate.from.x()) && AreaFile::xInRange(candidate.to.x())) {
+                best.from.setX(candidate.from.x());
+                best.to.setX(candidate.to.x());
+                xFound = true;
+            }
+            if (!yFound && got.top == area.top && got.bottom == area.bottom &&
+                AreaFile::yInRange(candidate.from.y()) && AreaFile::yInRange(candidate.to.y())) {
+                best.from.setY(candidate.from.y());
+                best.to.setY(candidate.to.y());
+                yFound = true;
+            }
         }
     }
+    if (xFound && yFound && expected(best) == area)
+        return best;
     if (exact)
         *exact = false;
     return entry;
