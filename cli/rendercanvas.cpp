@@ -172,9 +172,9 @@ void SvgCanvas::text(const QPointF &p, const QString &s, const QColor &colour, i
 {
     const char *anchor = align < 0 ? "start" : align == 0 ? "middle" : "end";
     body += "<text x=\"" + num(p.x()) + "\" y=\"" + num(p.y()) + "\" font-size=\"" +
-            QByteArray::number(pixelSize) + "\" text-anchor=\"" + anchor + "\" " +
-            (bold ? "font-weight=\"bold\" " : "") + paint("fill", colour) + ">" + escaped(s) +
-            "</text>\n";
+            QByteArray::number(pixelSize) + "\" text-anchor=\"" + anchor +
+            "\" xml:space=\"preserve\" " + (bold ? "font-weight=\"bold\" " : "") +
+            paint("fill", colour) + ">" + escaped(s) + "</text>\n";
 }
 
 void SvgCanvas::image(const QRectF &r, const QImage &img)
@@ -185,7 +185,8 @@ void SvgCanvas::image(const QRectF &r, const QImage &img)
     img.save(&buffer, "PNG");
     body += "<image x=\"" + num(r.x()) + "\" y=\"" + num(r.y()) + "\" width=\"" + num(r.width()) +
             "\" height=\"" + num(r.height()) +
-            "\" preserveAspectRatio=\"none\" style=\"image-rendering:pixelated\" "
+            "\" preserveAspectRatio=\"none\" image-rendering=\"optimizeSpeed\" "
+            "style=\"image-rendering:pixelated\" "
             "href=\"data:image/png;base64," +
             png.toBase64() + "\"/>\n";
 }

@@ -320,7 +320,15 @@ void SessionPicture::drawCaption(RenderCanvas &c) const
             << QString("trails: last %1").arg(durationText(trails.latest() - trails.windowStart()));
     if (!options.areaSource.isEmpty())
         parts << "areas: " + options.areaSource;
-    c.text(QPointF(kLeft, 50), parts.join(QStringLiteral("  \u00b7  ")), kInk, 13);
+    // Smaller type on narrow pictures; the last parts go when even that is too wide.
+    const double room = options.size.width() - kLeft - 10;
+    const QString separator = QStringLiteral("  \u00b7  ");
+    int size = 13;
+    while (size > 10 && RenderCanvas::textWidth(parts.join(separator), size) > room)
+        --size;
+    while (parts.size() > 1 && RenderCanvas::textWidth(parts.join(separator), size) > room)
+        parts.removeLast();
+    c.text(QPointF(kLeft, 50), parts.join(separator), kInk, size);
 }
 
 bool savePicture(const SessionPicture &picture, const QString &path, bool svg, QString *error)
