@@ -54,10 +54,10 @@ int ModuleCommand::run(CliContext &context)
             return context.fail(
                 ExitNoAnswer,
                 QString("no answer from the module on %1: no well-formed frame at %2 baud "
-                        "(listened %3 ms at each and asked for the display type%4; "
+                        "(listened %3 at each and asked for the display type%4; "
                         "give the rate with --baud N if it is another one)")
                     .arg(portOptions.port, rateList(probe.tried))
-                    .arg(BaudProbe::kDefaultListenMs)
+                    .arg(BaudProbe::defaultListenText())
                     .arg(probe.badSumNote()));
         session.discardInput();
     }

@@ -16,6 +16,19 @@
 #include <csignal>
 #include <pty.h>
 
+// Time limits are stretched under the sanitizers, which slow both programs.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr int kSlowdown = 2;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr int kSlowdown = 2;
+#else
+constexpr int kSlowdown = 1;
+#endif
+#else
+constexpr int kSlowdown = 1;
+#endif
+
 #ifndef ORV_CLI_BIN
 #error "ORV_CLI_BIN must name the orv-cli executable"
 #endif
@@ -249,7 +262,7 @@ void TestCliSim::probeFindsTheRate()
     CliResult r = runCli({"probe", "--port", path});
     CHECK_EXIT(r, 0);
     QCOMPARE(r.out, QString("%1\n").arg(rate).toUtf8());
-    QVERIFY2(r.ms < limitMs, qPrintable(describe(r)));
+    QVERIFY2(r.ms < limitMs * kSlowdown, qPrintable(describe(r)));
 
     if (rate == 115200) {
         r = runCli({"probe", "--port", path, "--json"});
@@ -282,7 +295,7 @@ void TestCliSim::probeOnASilentLine()
     QVERIFY2(r.err.contains("9600, 115200, 256000, 2400, 4800, 19200, 38400, 43000, 56000, 57600, "
                             "230400, 460800, 921600 baud"),
              qPrintable(r.err));
-    QVERIFY2(r.ms < 6000, qPrintable(describe(r)));
+    QVERIFY2(r.ms < 6000 * kSlowdown, qPrintable(describe(r)));
     // What it sent there: only display-type reads.
     QByteArray sent;
     char buffer[4096];
