@@ -10,6 +10,7 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QSerialPort>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -36,6 +37,9 @@ constexpr int kSlowdown = 1;
 namespace
 {
 
+// Every run happens here, so that files orv-cli must not write would show.
+QString workDir;
+
 struct CliResult {
     int code = -1;
     QByteArray out;
@@ -48,6 +52,7 @@ CliResult runCli(const QStringList &args, int timeoutMs = 20000,
 {
     QProcess p;
     p.setProcessEnvironment(env);
+    p.setWorkingDirectory(workDir);
     QElapsedTimer clock;
     clock.start();
     p.start(QStringLiteral(ORV_CLI_BIN), args);
@@ -176,6 +181,7 @@ private slots:
     void probeFindsTheRate();
     void probeOnASilentLine();
     void portErrors();
+    void permissionDenied();
     void noAnswer();
     void show();
     void areasSetUnsetClear();
@@ -195,6 +201,7 @@ private slots:
     void interrupted();
     void recordReplayWatch();
     void stats();
+    void cleanupTestCase();
 
 private:
     QTemporaryDir dir;
@@ -204,6 +211,14 @@ void TestCliSim::initTestCase()
 {
     QVERIFY(dir.isValid());
     QVERIFY(QFile::exists(ORV_CLI_BIN));
+    QVERIFY(QDir(dir.path()).mkpath("work"));
+    workDir = dir.filePath("work");
+}
+
+void TestCliSim::cleanupTestCase()
+{
+    // The window's settings file and diagnostic log are not orv-cli's.
+    QCOMPARE(QDir(workDir).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
 }
 
 void TestCliSim::portsListsThePseudoTerminal()
@@ -328,6 +343,24 @@ void TestCliSim::portErrors()
     r = runCli({"probe", "--port", path});
     CHECK_EXIT(r, 3);
     holder.close();
+}
+
+void TestCliSim::permissionDenied()
+{
+    // Run as an ordinary user against a port only root may open.
+    if (::geteuid() != 0 || QStandardPaths::findExecutable("runuser").isEmpty())
+        QSKIP("needs root and runuser to try an ordinary user");
+    SimProcess sim;
+    const QString path = sim.start({"--rate", "0"});
+    QVERIFY(QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+    QProcess p;
+    p.start("runuser", {"-u", "nobody", "--", QStringLiteral(ORV_CLI_BIN), "show", "--port", path});
+    QVERIFY(p.waitForFinished(10000));
+    if (p.exitCode() == 126 || p.exitCode() == 127)
+        QSKIP("the user nobody cannot run orv-cli from here");
+    QCOMPARE(p.exitCode(), 3);
+    const QString err = QString::fromUtf8(p.readAllStandardError());
+    QVERIFY2(err.contains("permission denied") && err.contains("'dialout' group"), qPrintable(err));
 }
 
 void TestCliSim::noAnswer()
