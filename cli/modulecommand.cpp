@@ -102,3 +102,37 @@ int ModuleCommand::ask(CliContext &context, ModuleSession &session, quint8 code,
         return ExitDone;
     return failure(context, session, status, what, tries);
 }
+
+int ModuleCommand::readModule(CliContext &context, ModuleSession &session, ModuleAreas *held)
+{
+    QByteArray answer;
+    int code =
+        ask(context, session, ReadTargetShowType, QByteArray(), "the display-type read", &answer);
+    if (code != ExitDone)
+        return code;
+    held->display = frameformat::decodeShowType(answer);
+    code = ask(context, session, ReadArea, QByteArray(), "the area read", &answer);
+    if (code != ExitDone)
+        return code;
+    if (answer.size() < frameformat::kReadAreaFrameSize)
+        return context.fail(ExitNoAnswer, QString("the module's area answer is %1 bytes long, "
+                                                  "not %2")
+                                              .arg(answer.size())
+                                              .arg(frameformat::kReadAreaFrameSize));
+    held->areas = WireArea::fromReadAnswer(answer);
+    return ExitDone;
+}
+
+int ModuleCommand::setDisplayType(CliContext &context, ModuleSession &session, int value)
+{
+    QByteArray answer;
+    const int code = ask(context, session, SetTargetShowType, QByteArray(1, char(value)),
+                         "the display-type change", &answer);
+    if (code != ExitDone)
+        return code;
+    if (!frameformat::decodeResult(answer))
+        return context.fail(
+            ExitRefused,
+            QString("the module refused display type %1 (NG)").arg(AreaFile::displayName(value)));
+    return ExitDone;
+}
