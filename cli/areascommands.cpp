@@ -33,26 +33,6 @@ bool parseCorner(const QString &text, QPointF *corner)
 
 // --- shared ---------------------------------------------------------------
 
-int AreasCommand::readModule(CliContext &context, ModuleSession &session, ModuleAreas *held)
-{
-    QByteArray answer;
-    int code =
-        ask(context, session, ReadTargetShowType, QByteArray(), "the display-type read", &answer);
-    if (code != ExitDone)
-        return code;
-    held->display = frameformat::decodeShowType(answer);
-    code = ask(context, session, ReadArea, QByteArray(), "the area read", &answer);
-    if (code != ExitDone)
-        return code;
-    if (answer.size() < frameformat::kReadAreaFrameSize)
-        return context.fail(ExitNoAnswer, QString("the module's area answer is %1 bytes long, "
-                                                  "not %2")
-                                              .arg(answer.size())
-                                              .arg(frameformat::kReadAreaFrameSize));
-    held->areas = WireArea::fromReadAnswer(answer);
-    return ExitDone;
-}
-
 QStringList AreasCommand::differences(const AreaFile &file, const ModuleAreas &held)
 {
     QStringList lines;
@@ -220,14 +200,9 @@ int AreasRestoreCommand::checkArguments(CliContext &context)
 int AreasRestoreCommand::runWith(CliContext &context, ModuleSession &session)
 {
     if (file.hasDisplay) {
-        QByteArray answer;
-        const int code = ask(context, session, SetTargetShowType, QByteArray(1, char(file.display)),
-                             "the display-type change", &answer);
+        const int code = setDisplayType(context, session, file.display);
         if (code != ExitDone)
             return code;
-        if (!frameformat::decodeResult(answer))
-            return context.fail(ExitRefused, QString("the module refused display type %1 (NG)")
-                                                 .arg(AreaFile::displayName(file.display)));
     }
     for (const AreaEntry &entry : file.areas) {
         const int code = apply(context, session, entry);

@@ -7,19 +7,10 @@
 #include "cli/modulecommand.h"
 #include "cli/wirearea.h"
 
-#include <array>
-
-// What a module holds: its display type and areas, read with codes 3 and 6.
-struct ModuleAreas {
-    int display = 0;
-    std::array<WireArea, 3> areas;
-};
-
 // Base of the area commands: reading the module and comparing with a file.
 class AreasCommand : public ModuleCommand
 {
 protected:
-    int readModule(CliContext &context, ModuleSession &session, ModuleAreas *held);
     // One line per difference between the file and what the module holds,
     // compared in decimetres as the wire carries them. Areas and a display
     // type the file leaves out are not compared.

@@ -26,6 +26,17 @@ QString BaudProbe::Result::badSumNote() const
     return QString("; %1 frame(s) with a bad sum came at %2 baud").arg(badSums).arg(badSumBaud);
 }
 
+int BaudProbe::listenMsFor(int baud)
+{
+    // Ten bits on the line per byte (8N1).
+    return 150 + int((25LL * 10 * 1000 + baud - 1) / qMax(1, baud));
+}
+
+QString BaudProbe::defaultListenText()
+{
+    return QStringLiteral("150 ms plus the time 25 bytes take at the rate");
+}
+
 BaudProbe::Result BaudProbe::run(ModuleSession &session, int listenMs)
 {
     Result result;
@@ -41,7 +52,11 @@ BaudProbe::Result BaudProbe::run(ModuleSession &session, int listenMs)
         session.send(ReadTargetShowType);
         QByteArray frame;
         const qint64 badBefore = session.stats().badSums;
-        const LinkStatus status = session.waitForAnyFrame(listenMs, &frame);
+        LinkStatus status =
+            session.waitForAnyFrame(listenMs > 0 ? listenMs : listenMsFor(rate), &frame);
+        // A frame that has begun is worth waiting for a little longer.
+        if (status == LinkStatus::Timeout && session.pendingBytes() > 0)
+            status = session.waitForAnyFrame(kGraceMs, &frame);
         const qint64 bad = session.stats().badSums - badBefore;
         if (bad > result.badSums) {
             result.badSums = bad;

@@ -16,7 +16,12 @@ public:
     // The order tried: the usual rates first, then the rest of the window's.
     static QList<int> probeOrder();
 
-    static constexpr int kDefaultListenMs = 200;
+    // How long to listen at a rate unless told: 150 ms plus the time 25
+    // bytes (the request and its answer) take on the line at that rate.
+    static int listenMsFor(int baud);
+    static QString defaultListenText();
+    // Extra time given to a frame that has begun when the time is up.
+    static constexpr int kGraceMs = 300;
 
     struct Result {
         int baud = 0; // 0 when no rate gave a frame
@@ -32,6 +37,6 @@ public:
     };
 
     // Tries every rate on an open session, leaving it at the rate found (or
-    // at the last one tried); listens listenMs at each.
-    static Result run(ModuleSession &session, int listenMs = kDefaultListenMs);
+    // at the last one tried); listens listenMs at each (0: listenMsFor).
+    static Result run(ModuleSession &session, int listenMs = 0);
 };

@@ -43,14 +43,9 @@ int ModeCommand::checkArguments(CliContext &context)
 int ModeCommand::runWith(CliContext &context, ModuleSession &session)
 {
     if (wanted != 0) {
-        QByteArray answer;
-        const int code = ask(context, session, SetTargetShowType, QByteArray(1, char(wanted)),
-                             "the display-type change", &answer);
+        const int code = setDisplayType(context, session, wanted);
         if (code != ExitDone)
             return code;
-        if (!frameformat::decodeResult(answer))
-            return context.fail(ExitRefused, QString("the module refused display type %1 (NG)")
-                                                 .arg(AreaFile::displayName(wanted)));
     }
     QByteArray answer;
     const int code =

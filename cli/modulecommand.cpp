@@ -54,10 +54,10 @@ int ModuleCommand::run(CliContext &context)
             return context.fail(
                 ExitNoAnswer,
                 QString("no answer from the module on %1: no well-formed frame at %2 baud "
-                        "(listened %3 ms at each and asked for the display type%4; "
+                        "(listened %3 at each and asked for the display type%4; "
                         "give the rate with --baud N if it is another one)")
                     .arg(portOptions.port, rateList(probe.tried))
-                    .arg(BaudProbe::kDefaultListenMs)
+                    .arg(BaudProbe::defaultListenText())
                     .arg(probe.badSumNote()));
         session.discardInput();
     }
@@ -101,4 +101,38 @@ int ModuleCommand::ask(CliContext &context, ModuleSession &session, quint8 code,
     if (status == LinkStatus::Ok)
         return ExitDone;
     return failure(context, session, status, what, tries);
+}
+
+int ModuleCommand::readModule(CliContext &context, ModuleSession &session, ModuleAreas *held)
+{
+    QByteArray answer;
+    int code =
+        ask(context, session, ReadTargetShowType, QByteArray(), "the display-type read", &answer);
+    if (code != ExitDone)
+        return code;
+    held->display = frameformat::decodeShowType(answer);
+    code = ask(context, session, ReadArea, QByteArray(), "the area read", &answer);
+    if (code != ExitDone)
+        return code;
+    if (answer.size() < frameformat::kReadAreaFrameSize)
+        return context.fail(ExitNoAnswer, QString("the module's area answer is %1 bytes long, "
+                                                  "not %2")
+                                              .arg(answer.size())
+                                              .arg(frameformat::kReadAreaFrameSize));
+    held->areas = WireArea::fromReadAnswer(answer);
+    return ExitDone;
+}
+
+int ModuleCommand::setDisplayType(CliContext &context, ModuleSession &session, int value)
+{
+    QByteArray answer;
+    const int code = ask(context, session, SetTargetShowType, QByteArray(1, char(value)),
+                         "the display-type change", &answer);
+    if (code != ExitDone)
+        return code;
+    if (!frameformat::decodeResult(answer))
+        return context.fail(
+            ExitRefused,
+            QString("the module refused display type %1 (NG)").arg(AreaFile::displayName(value)));
+    return ExitDone;
 }

@@ -7,6 +7,15 @@
 #include "cli/clicommand.h"
 #include "cli/modulesession.h"
 #include "cli/portoptions.h"
+#include "cli/wirearea.h"
+
+#include <array>
+
+// What a module holds: its display type and areas, read with codes 3 and 6.
+struct ModuleAreas {
+    int display = 0;
+    std::array<WireArea, 3> areas;
+};
 
 class ModuleCommand : public CliCommand
 {
@@ -30,6 +39,11 @@ protected:
     // The exit code and message for a failed wait.
     int failure(CliContext &context, ModuleSession &session, LinkStatus status, const QString &what,
                 int tries = 1);
+
+    // Reads the display type and the three areas.
+    int readModule(CliContext &context, ModuleSession &session, ModuleAreas *held);
+    // Sets the display type; ExitRefused on NG.
+    int setDisplayType(CliContext &context, ModuleSession &session, int value);
 
     // Refuses positional arguments beyond the first count.
     int noMoreArguments(CliContext &context, int count);

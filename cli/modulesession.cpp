@@ -99,12 +99,11 @@ bool ModuleSession::open(const QString &portName, int rate, QString *why, OpenFa
 
 void ModuleSession::close()
 {
+    discardInput();
     if (port.isOpen()) {
-        port.clear(QSerialPort::AllDirections);
+        port.clear(QSerialPort::Output);
         port.close();
     }
-    decoder.reset();
-    frames.clear();
 }
 
 bool ModuleSession::setBaudRate(int rate)

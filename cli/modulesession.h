@@ -66,6 +66,8 @@ public:
                        QByteArray *answer);
 
     const FrameStreamStats &stats() const { return decoder.stats(); }
+    // Bytes of a frame that has begun but not ended yet.
+    int pendingBytes() const { return decoder.pendingBytes(); }
     // Every byte read so far.
     qint64 bytesRead() const { return totalBytes; }
 

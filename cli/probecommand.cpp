@@ -29,9 +29,9 @@ QString ProbeCommand::details() const
 void ProbeCommand::addOptions(QCommandLineParser &parser)
 {
     parser.addOption({"listen",
-                      QString("How long to listen at each rate, in ms (default %1).")
-                          .arg(BaudProbe::kDefaultListenMs),
-                      "MS", QString::number(BaudProbe::kDefaultListenMs)});
+                      QString("How long to listen at each rate, in ms (default: %1).")
+                          .arg(BaudProbe::defaultListenText()),
+                      "MS"});
     parser.addOption({"json", "Prints the result as a JSON object."});
 }
 
@@ -44,9 +44,10 @@ int ProbeCommand::run(CliContext &context)
     if (!context.parser.positionalArguments().isEmpty())
         return context.usageError(QString("unexpected argument \"%1\"")
                                       .arg(context.parser.positionalArguments().first()));
-    bool ok = false;
-    const int listenMs = context.parser.value("listen").toInt(&ok);
-    if (!ok || listenMs < 10 || listenMs > 10000)
+    bool ok = true;
+    const int listenMs =
+        context.parser.isSet("listen") ? context.parser.value("listen").toInt(&ok) : 0;
+    if (!ok || (context.parser.isSet("listen") && (listenMs < 10 || listenMs > 10000)))
         return context.usageError(QString("--listen: \"%1\" is not a time in ms (10..10000)")
                                       .arg(context.parser.value("listen")));
 
@@ -79,11 +80,12 @@ int ProbeCommand::run(CliContext &context)
         context.print(QString("%1\n").arg(result.baud));
     }
     if (result.baud == 0)
-        return context.fail(ExitNoAnswer,
-                            QString("no answer from the module on %1: no well-formed frame at "
-                                    "%2 baud (listened %3 ms at each%4)")
-                                .arg(options.port, tried.join(", "))
-                                .arg(listenMs)
-                                .arg(result.badSumNote()));
+        return context.fail(
+            ExitNoAnswer,
+            QString("no answer from the module on %1: no well-formed frame at "
+                    "%2 baud (listened %3 at each%4)")
+                .arg(options.port, tried.join(", "))
+                .arg(listenMs > 0 ? QString("%1 ms").arg(listenMs) : BaudProbe::defaultListenText())
+                .arg(result.badSumNote()));
     return ExitDone;
 }

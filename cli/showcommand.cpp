@@ -19,17 +19,12 @@ void ShowCommand::addOptions(QCommandLineParser &parser)
 
 int ShowCommand::runWith(CliContext &context, ModuleSession &session)
 {
-    QByteArray displayAnswer;
-    int code = ask(context, session, ReadTargetShowType, QByteArray(), "the display-type read",
-                   &displayAnswer);
+    ModuleAreas held;
+    const int code = readModule(context, session, &held);
     if (code != ExitDone)
         return code;
-    QByteArray areaAnswer;
-    code = ask(context, session, ReadArea, QByteArray(), "the area read", &areaAnswer);
-    if (code != ExitDone)
-        return code;
-    const int display = frameformat::decodeShowType(displayAnswer);
-    const auto areas = WireArea::fromReadAnswer(areaAnswer);
+    const int display = held.display;
+    const auto &areas = held.areas;
 
     if (context.parser.isSet("json")) {
         QJsonObject o;
