@@ -3,6 +3,7 @@
 #include "log/debugline.h"
 #include "log/logger.h"
 #include "radar/frameformat.h"
+#include "radar/portlist.h"
 
 #include <QDebug>
 #include <QDir>
@@ -60,35 +61,7 @@ void RaderCommunicate::writeLog(const QByteArray &text)
 
 QStringList RaderCommunicate::GetAvailablePorts()
 {
-    QStringList ports;
-    const QList<QSerialPortInfo> infos = QSerialPortInfo::availablePorts();
-    for (const QSerialPortInfo &info : infos) {
-        // A port held by another program cannot be opened and is left out.
-        QSerialPort probe;
-        probe.setPort(info);
-        if (probe.open(QIODevice::ReadWrite)) {
-            ports.append(probe.portName());
-            probe.close();
-        }
-    }
-
-    // Extra port names (for instance a pseudo-terminal standing in for the
-    // module) from ORV_EXTRA_PORTS, kept under the same rule.
-    const QString extra = qEnvironmentVariable("ORV_EXTRA_PORTS");
-    if (!extra.isEmpty()) {
-        const QStringList names = extra.split(QDir::listSeparator(), Qt::SkipEmptyParts);
-        for (const QString &name : names) {
-            QSerialPort probe;
-            probe.setPortName(name);
-            if (probe.open(QIODevice::ReadWrite)) {
-                const QString portName = probe.portName();
-                if (!ports.contains(portName))
-                    ports.append(portName);
-                probe.close();
-            }
-        }
-    }
-    return ports;
+    return portlist::openablePortNames();
 }
 
 bool RaderCommunicate::OpenSerial(const QString &portName, int baudrate)

@@ -4,10 +4,12 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSerialPort>
 #include <QThread>
 #include <QVector>
 
+#include <X11/Xatom.h>
 #include <X11/Xlib.h>
 
 #include <cmath>
@@ -299,7 +301,7 @@ bool Session::click(const QPoint &p)
     return rc == 0 || fail("xdotool click failed");
 }
 
-bool Session::openLink(const QString &screenshotPath)
+bool Session::clickOpenButton(const QString &screenshotPath)
 {
     QImage shot;
     if (!screenshot(screenshotPath, &shot))
@@ -307,17 +309,129 @@ bool Session::openLink(const QString &screenshotPath)
     const QPoint button = openButtonCentre(shot, window);
     if (button.isNull())
         return fail("the settings column was not found on the screen");
-    if (!click(button))
+    return click(button);
+}
+
+bool Session::openLink(const QString &screenshotPath)
+{
+    if (!clickOpenButton(screenshotPath))
         return false;
+    if (!waitForSimOutput("request 6 (ReadArea)", 5000))
+        return fail("the module heard no request after the click: " + QString(simErr));
+    return true;
+}
+
+bool Session::waitForSimOutput(const QByteArray &text, int timeoutMs)
+{
     QElapsedTimer t;
     t.start();
-    while (!simErr.contains("request 6 (ReadArea)") && t.elapsed() < 5000) {
+    while (!simErr.contains(text) && t.elapsed() < timeoutMs) {
         sim.process.waitForReadyRead(100);
         simErr += sim.process.readAllStandardError();
     }
-    if (!simErr.contains("request 6 (ReadArea)"))
-        return fail("the module heard no request after the click: " + QString(simErr));
-    return true;
+    return simErr.contains(text);
+}
+
+QString Session::waitForWindowTitled(const QString &title, int timeoutMs)
+{
+    const QString pattern = "^" + QRegularExpression::escape(title) + "$";
+    QElapsedTimer t;
+    t.start();
+    for (;;) {
+        const QString id =
+            runX("xdotool", {"search", "--name", pattern}).split('\n', Qt::SkipEmptyParts).value(0);
+        if (!id.isEmpty() || t.elapsed() >= timeoutMs)
+            return id;
+        QThread::msleep(100);
+    }
+}
+
+bool Session::windowExists(const QString &id)
+{
+    int rc = -1;
+    runX("xdotool", {"getwindowname", id}, &rc);
+    return rc == 0;
+}
+
+bool Session::typeKeys(const QString &id, const QString &keys)
+{
+    int rc = -1;
+    runX("xdotool", {"windowfocus", "--sync", id, "key", "--clearmodifiers", keys}, &rc);
+    return rc == 0 || fail("xdotool could not type " + keys);
+}
+
+QRect Session::windowGeometry(const QString &id)
+{
+    QRect r;
+    const QString geometry = runX("xdotool", {"getwindowgeometry", "--shell", id});
+    for (const QString &line : geometry.split('\n', Qt::SkipEmptyParts)) {
+        const QString key = line.section('=', 0, 0);
+        const int value = line.section('=', 1).toInt();
+        if (key == "X")
+            r.moveLeft(value);
+        else if (key == "Y")
+            r.moveTop(value);
+        else if (key == "WIDTH")
+            r.setWidth(value);
+        else if (key == "HEIGHT")
+            r.setHeight(value);
+    }
+    return r;
+}
+
+bool Session::tripleClick(const QPoint &p)
+{
+    int rc = -1;
+    runX("xdotool",
+         {"mousemove", QString::number(p.x()), QString::number(p.y()), "click", "--repeat", "3",
+          "--delay", "60", "1"},
+         &rc);
+    return rc == 0 || fail("xdotool triple click failed");
+}
+
+QString Session::primarySelection(int timeoutMs)
+{
+    Display *d = XOpenDisplay(displayName.toLocal8Bit().constData());
+    if (!d)
+        return QString();
+    // Ask the selection's owner to put its text on a window of our own.
+    const Window w = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 1, 1, 0, 0, 0);
+    const Atom selection = XA_PRIMARY;
+    const Atom utf8 = XInternAtom(d, "UTF8_STRING", False);
+    const Atom property = XInternAtom(d, "ORV_E2E_SELECTION", False);
+    XConvertSelection(d, selection, utf8, property, w, CurrentTime);
+    XFlush(d);
+    QString text;
+    QElapsedTimer t;
+    t.start();
+    while (t.elapsed() < timeoutMs) {
+        if (!XPending(d)) {
+            QThread::msleep(20);
+            continue;
+        }
+        XEvent e;
+        XNextEvent(d, &e);
+        if (e.type != SelectionNotify || e.xselection.selection != selection)
+            continue;
+        if (e.xselection.property != None) {
+            Atom type = None;
+            int format = 0;
+            unsigned long items = 0;
+            unsigned long rest = 0;
+            unsigned char *data = nullptr;
+            if (XGetWindowProperty(d, w, property, 0, 1 << 20, True, AnyPropertyType, &type,
+                                   &format, &items, &rest, &data) == Success &&
+                data) {
+                if (format == 8)
+                    text = QString::fromUtf8(reinterpret_cast<const char *>(data), int(items));
+                XFree(data);
+            }
+        }
+        break;
+    }
+    XDestroyWindow(d, w);
+    XCloseDisplay(d);
+    return text;
 }
 
 bool Session::closeWindow(int timeoutMs)

@@ -68,9 +68,27 @@ public:
     bool waitForWindow(int timeoutMs = 20000);
     bool screenshot(const QString &path, QImage *image);
     bool click(const QPoint &p);
-    // Screenshot, find the open button, click it, wait for the module to
-    // hear the tool's first request (read areas).
+    // Screenshot, find the open button, click it.
+    bool clickOpenButton(const QString &screenshotPath);
+    // clickOpenButton, then wait for the module to hear the tool's first
+    // request (read areas).
     bool openLink(const QString &screenshotPath);
+    // The id of a top-level window with exactly this title, once it exists;
+    // empty when none appeared in time.
+    QString waitForWindowTitled(const QString &title, int timeoutMs);
+    bool windowExists(const QString &id);
+    // The window's rectangle on the screen; empty when it is not known.
+    QRect windowGeometry(const QString &id);
+    // Gives the window the keyboard focus and types the keys (xdotool names,
+    // such as "Return").
+    bool typeKeys(const QString &id, const QString &keys);
+    // Three clicks in a row: selects the paragraph under the mouse in a text
+    // that can be selected, which puts it on the X primary selection.
+    bool tripleClick(const QPoint &p);
+    // The text of the X primary selection (UTF-8), empty when there is none.
+    QString primarySelection(int timeoutMs = 3000);
+    // Waits until the simulator's stderr holds this text; false when it did not in time.
+    bool waitForSimOutput(const QByteArray &text, int timeoutMs);
     // WM_DELETE_WINDOW to the tool's window; then waits for the tool to end.
     bool closeWindow(int timeoutMs = 10000);
     // The simulator's stderr so far (it runs with --verbose).

@@ -38,7 +38,7 @@ private slots:
 void TestE2eWindow::openLinkSeeTargetsCloseWindow()
 {
     e2e::Session s;
-    QStringList simArgs{"--rate", "10"};
+    QStringList simArgs{"--baud", "115200", "--rate", "10"};
     for (const QPointF &p : kPeople)
         simArgs << "--fixed" << QString("%1,%2").arg(p.x()).arg(p.y());
     QVERIFY2(s.startXvfb(), qPrintable(s.error()));

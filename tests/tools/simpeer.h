@@ -109,7 +109,9 @@ class PtyPeer
 public:
     ~PtyPeer() { close(); }
 
-    bool open(const QString &path)
+    // Opens the port raw at this speed (radar-sim's module starts at 9600
+    // and ignores a tool at another rate).
+    bool open(const QString &path, speed_t speed = B9600)
     {
         fd = ::open(path.toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_NONBLOCK);
         if (fd < 0)
@@ -117,7 +119,7 @@ public:
         termios tio;
         if (::tcgetattr(fd, &tio) == 0) {
             ::cfmakeraw(&tio);
-            ::cfsetspeed(&tio, B115200);
+            ::cfsetspeed(&tio, speed);
             ::tcsetattr(fd, TCSANOW, &tio);
         }
         clock.start();

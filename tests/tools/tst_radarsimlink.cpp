@@ -65,7 +65,8 @@ void TestRadarSimLink::cleanup()
 void TestRadarSimLink::everyRequest()
 {
     SimProcess sim;
-    const QString path = sim.start({"--fixed", "0.5,2.0", "--fixed", "-3.0,6.0", "--rate", "20"});
+    const QString path = sim.start(
+        {"--baud", "115200", "--fixed", "0.5,2.0", "--fixed", "-3.0,6.0", "--rate", "20"});
     QVERIFY(!path.isEmpty());
     RaderCommunicate *link = RaderCommunicate::GetInstance();
     QSignalSpy readArea(link, &RaderCommunicate::signal_ReadAreaResp);

@@ -84,8 +84,8 @@ void TestRadarSimProcess::help()
     for (const char *option :
          {"--port NAME", "--area N,TYPE,X1,Y1,X2,Y2", "--baud N", "--rate HZ", "--targets N",
           "--fixed X,Y", "--seed N", "--noise N", "--bad-checksum P", "--split", "--gap MS",
-          "--settle MS", "--disconnect-after S", "--baud-ng", "--replay FILE", "--verbose",
-          "--help"})
+          "--settle MS", "--disconnect-after S", "--baud-ng", "--any-baud", "--replay FILE",
+          "--verbose", "--help"})
         QVERIFY2(out.contains(QLatin1String(option)), option);
     QVERIFY(out.contains("Exit codes"));
 }
@@ -330,7 +330,7 @@ void TestRadarSimProcess::seedGivesTheSameWalk()
         SimProcess sim;
         PtyPeer peer;
         QList<QList<QPointF>> reports;
-        if (!peer.open(sim.start(args)))
+        if (!peer.open(sim.start(args), B115200))
             return reports;
         peer.readFor(700);
         for (const SeenFrame &s : cutFrames(peer.all))
@@ -338,12 +338,12 @@ void TestRadarSimProcess::seedGivesTheSameWalk()
                 reports.append(frameformat::decodeTargets(s.frame));
         return reports;
     };
-    const auto a =
-        firstReports({"--seed", "99", "--targets", "4", "--rate", "50", "--settle", "0"});
-    const auto b =
-        firstReports({"--seed", "99", "--targets", "4", "--rate", "50", "--settle", "0"});
-    const auto c =
-        firstReports({"--seed", "100", "--targets", "4", "--rate", "50", "--settle", "0"});
+    const auto a = firstReports(
+        {"--baud", "115200", "--seed", "99", "--targets", "4", "--rate", "50", "--settle", "0"});
+    const auto b = firstReports(
+        {"--baud", "115200", "--seed", "99", "--targets", "4", "--rate", "50", "--settle", "0"});
+    const auto c = firstReports(
+        {"--baud", "115200", "--seed", "100", "--targets", "4", "--rate", "50", "--settle", "0"});
     QCOMPARE(a.size(), 10);
     QCOMPARE(a.first().size(), 4);
     QCOMPARE(a, b);
@@ -417,10 +417,10 @@ void TestRadarSimProcess::splitFrames()
 void TestRadarSimProcess::reopenAfterClose()
 {
     SimProcess sim;
-    const QString path =
-        sim.start({"--fixed", "1,2", "--rate", "50", "--settle", "0", "--verbose"});
+    const QString path = sim.start(
+        {"--baud", "115200", "--fixed", "1,2", "--rate", "50", "--settle", "0", "--verbose"});
     PtyPeer peer;
-    QVERIFY(peer.open(path));
+    QVERIFY(peer.open(path, B115200));
     peer.readFor(300);
     QVERIFY(cutFrames(peer.all).size() >= 10);
     peer.close();
@@ -428,7 +428,7 @@ void TestRadarSimProcess::reopenAfterClose()
     // While the port is closed nothing piles up for the next open.
     QTest::qWait(500);
     PtyPeer again;
-    QVERIFY(again.open(path));
+    QVERIFY(again.open(path, B115200));
     const QList<TimedChunk> first = again.readFor(15);
     for (const TimedChunk &c : first)
         QVERIFY(c.bytes.size() <= 2 * 14);
@@ -443,7 +443,9 @@ void TestRadarSimProcess::settleBeforeReports()
 {
     SimProcess sim;
     PtyPeer peer;
-    QVERIFY(peer.open(sim.start({"--fixed", "1,2", "--rate", "50", "--settle", "400"})));
+    QVERIFY(peer.open(
+        sim.start({"--baud", "115200", "--fixed", "1,2", "--rate", "50", "--settle", "400"}),
+        B115200));
     // The tool asks for the areas right after opening: the answer comes alone.
     QVERIFY(peer.send(request(ReadArea)));
     const QList<TimedChunk> chunks = peer.readFor(900);

@@ -366,8 +366,19 @@ void TestRadarSimulator::requestScanning_data()
     QTest::newRow("bad sum dropped")
         << QList<QByteArray>{hex("FF EE DD 00 01 06 07 DD EE FF") + cancel} << QList<int>{10} << 1
         << 0;
-    QTest::newRow("tail not required")
-        << QList<QByteArray>{hex("FF EE DD 00 01 0A 0A 00 00 00")} << QList<int>{10} << 0 << 0;
+    // The strict decoder wants the tail: without it the bytes are noise.
+    QTest::newRow("tail required")
+        << QList<QByteArray>{hex("FF EE DD 00 01 0A 0A 00 00 00")} << QList<int>{} << 0 << 0;
+    QTest::newRow("tail required, the next request still answered")
+        << QList<QByteArray>{hex("FF EE DD 00 01 0A 0A 00 00 00") + read} << QList<int>{6} << 0
+        << 0;
+    QTest::newRow("bad sum split over two reads")
+        << QList<QByteArray>{hex("FF EE DD 00 01 06"), hex("07 DD EE FF") + read} << QList<int>{6}
+        << 1 << 0;
+    QTest::newRow("longest request the tool sends, then a longer one")
+        << QList<QByteArray>{setArea + hex("FF EE DD 00 21") + QByteArray(33, '\x01') +
+                             hex("21 DD EE FF") + cancel}
+        << QList<int>{4, 10} << 0 << 0;
     QTest::newRow("unfinished request kept")
         << QList<QByteArray>{setArea.left(12)} << QList<int>{} << 0 << 12;
     QTest::newRow("header start kept")

@@ -10,6 +10,10 @@ class QSocketNotifier;
 // slave path. The simulator keeps no slave descriptor of its own, so the
 // master sees a hang-up whenever the tool has the port closed; that is how
 // opening and closing by the tool are noticed (polled every 10 ms).
+//
+// The master also sees the line settings the tool gave the slave, so
+// peerRates() tells at which rates the tool sends and listens. This file and
+// ptyport.cpp are the only places with terminal calls of the platform.
 class PtyPort : public SimPort
 {
     Q_OBJECT
@@ -23,8 +27,14 @@ public:
     bool peerConnected() const override { return connected; }
     qint64 write(const QByteArray &bytes) override;
     void drain() override;
-    void setBaudRate(int) override {} // a pseudo-terminal has no line rate
+    void setBaudRate(int) override {} // the simulator plays the module's rate itself
+    bool showsPeerRates() const override { return true; }
+    PeerLineRates peerRates() const override;
     void close() override;
+
+    // The rate of a terminal speed code (the CBAUD bits of c_cflag); 0 for
+    // BOTHER (the rate is then given as a number) and for unknown codes.
+    static int rateOfSpeedCode(unsigned code);
 
 private:
     void checkPeer();

@@ -7,12 +7,6 @@
 namespace
 {
 
-const QByteArray kHeader("\xFF\xEE\xDD", 3);
-
-// The tool's requests carry at most 11 bytes of code and payload; a longer
-// length field means the header bytes were a coincidence inside other data.
-constexpr int kMaxRequestLength = 32;
-
 quint8 u8(const QByteArray &data, int offset)
 {
     return offset >= 0 && offset < data.size() ? quint8(data.at(offset)) : 0;
@@ -20,7 +14,10 @@ quint8 u8(const QByteArray &data, int offset)
 
 } // namespace
 
-RadarSimulator::RadarSimulator(int baudRate) : currentBaudRate(baudRate) {}
+RadarSimulator::RadarSimulator(int baudRate)
+    : currentBaudRate(baudRate), decoder(kMaxRequestLength + frameformat::kEnvelopeSize - 1)
+{
+}
 
 QString RadarSimulator::codeName(int code)
 {
@@ -51,48 +48,15 @@ QString RadarSimulator::codeName(int code)
 QList<RadarSimulator::Reply> RadarSimulator::receive(const QByteArray &bytes)
 {
     QList<Reply> replies;
-    inBuffer.append(bytes);
-    for (;;) {
-        const int start = inBuffer.indexOf(kHeader);
-        if (start < 0) {
-            // Keep a possible header start (FF or FF EE) for the next bytes.
-            int keep = 0;
-            if (inBuffer.endsWith(QByteArray("\xFF\xEE", 2)))
-                keep = 2;
-            else if (inBuffer.endsWith(QByteArray("\xFF", 1)))
-                keep = 1;
-            inBuffer = inBuffer.right(keep);
-            break;
-        }
-        inBuffer.remove(0, start);
-        if (inBuffer.size() < 5)
-            break;
-        const int length = (u8(inBuffer, 3) << 8) | u8(inBuffer, 4);
-        if (length < 1 || length > kMaxRequestLength) {
-            inBuffer.remove(0, 1);
-            continue;
-        }
-        const int total = length + 9;
-        if (inBuffer.size() < total)
-            break;
-        const QByteArray frame = inBuffer.left(total);
-        quint8 sum = 0;
-        for (int k = 5; k < 5 + length; ++k)
-            sum = quint8(sum + u8(frame, k));
-        if (sum != u8(frame, 5 + length)) {
-            // Skip only the header's first byte: a real request may start
-            // inside what looked like one.
-            ++badRequestCount;
-            Reply bad;
-            bad.code = u8(frame, 5);
-            bad.description = QString("request with a wrong sum dropped: %1")
-                                  .arg(frameformat::hexDump(frame).trimmed());
-            replies.append(bad);
-            inBuffer.remove(0, 1);
-            continue;
-        }
-        replies.append(handleRequest(frame));
-        inBuffer.remove(0, total);
+    const qint64 badBefore = decoder.stats().badSums;
+    decoder.feed(bytes.constData(), bytes.size(), [this, &replies](frameformat::ByteView frame) {
+        replies.append(handleRequest(QByteArray(frame.data(), frame.size())));
+    });
+    const qint64 bad = decoder.stats().badSums - badBefore;
+    if (bad > 0) {
+        Reply dropped;
+        dropped.description = QString("%1 request(s) with a wrong sum dropped").arg(bad);
+        replies.append(dropped);
     }
     return replies;
 }

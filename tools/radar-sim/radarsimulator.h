@@ -1,5 +1,7 @@
 #pragma once
 
+#include "radar/framedecoder.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QPointF>
@@ -37,11 +39,18 @@ public:
     static constexpr quint8 kOk = 1;
     static constexpr quint8 kNg = 2;
 
+    // The tool's requests carry at most 11 bytes of code and payload; a
+    // longer length field means the header bytes were a coincidence inside
+    // other data.
+    static constexpr int kMaxRequestLength = 32;
+
     explicit RadarSimulator(int baudRate = 9600);
 
-    // Feeds bytes from the line. Complete requests are cut out of them (the
-    // module's own reading: unsigned length, sum checked, tail not required)
-    // and answered; bytes of an unfinished request are kept for the next call.
+    // Feeds bytes from the line. Complete requests are cut out of them by
+    // the strict stream decoder (unsigned length, sum and tail checked, no
+    // request longer than the tool ever sends) and answered; bytes of an
+    // unfinished request are kept for the next call. Requests with a wrong
+    // sum are dropped and reported in one reply without frames.
     QList<Reply> receive(const QByteArray &bytes);
     // Answers one complete, checked request frame.
     Reply handleRequest(const QByteArray &frame);
@@ -51,9 +60,9 @@ public:
     bool presetArea(int number, int type, const QRectF &rect);
 
     // Requests dropped because their sum was wrong.
-    int badRequests() const { return badRequestCount; }
+    int badRequests() const { return int(decoder.stats().badSums); }
     // Bytes held for an unfinished request.
-    int pendingBytes() const { return inBuffer.size(); }
+    int pendingBytes() const { return decoder.pendingBytes(); }
 
     // Code 7 frame for these targets (metres), in order.
     QByteArray targetReport(const QVector<QPointF> &targets) const;
@@ -79,6 +88,5 @@ private:
     int currentShowType = kShowTypeDefault;
     int currentBaudRate = 9600;
     bool answerBaudNg = false;
-    QByteArray inBuffer;
-    int badRequestCount = 0;
+    FrameDecoder decoder;
 };

@@ -11,7 +11,7 @@ const QStringList kValueOptions = {
     "--port", "--baud",   "--rate",         "--targets",          "--fixed",
     "--seed", "--noise",  "--bad-checksum", "--disconnect-after", "--replay",
     "--gap",  "--settle", "--area"};
-const QStringList kFlagOptions = {"--split", "--baud-ng", "--verbose", "--help"};
+const QStringList kFlagOptions = {"--split", "--baud-ng", "--any-baud", "--verbose", "--help"};
 
 // Options that shape the generated stream; a replay plays recorded bytes
 // unchanged, so they make no sense together with it.
@@ -72,6 +72,8 @@ bool SimOptions::parse(const QStringList &args, SimOptions *out, QString *error)
                 o.split = true;
             else if (name == "--baud-ng")
                 o.baudNg = true;
+            else if (name == "--any-baud")
+                o.anyBaud = true;
             else if (name == "--verbose")
                 o.verbose = true;
             else
@@ -207,7 +209,11 @@ QString SimOptions::usage()
         "\n"
         "Options:\n"
         "  --port NAME             use this serial port instead of a pseudo-terminal\n"
-        "  --baud N                the module's baud rate at start (default 9600)\n"
+        "  --baud N                the module's baud rate at start (default 9600); it changes\n"
+        "                          when the module accepts a baud-rate change (code 1). Every\n"
+        "                          write is paced to what the rate carries (10 bits a byte)\n"
+        "  --any-baud              on a pseudo-terminal, talk to the other side whatever rate it\n"
+        "                          opened the port at (see \"Baud rate\" below)\n"
         "  --rate HZ               report frames per second, 0 for none (default 10)\n"
         "  --targets N             people walking in x -5..5 m, y 0.3..8 m (0..128, default 3)\n"
         "  --fixed X,Y             a person standing still at X,Y metres; repeat for more;\n"
@@ -232,6 +238,14 @@ QString SimOptions::usage()
         "                          with their original timing instead of generating frames\n"
         "  --verbose               print requests, answers and port events on standard error\n"
         "  --help                  print this text and exit\n"
+        "\n"
+        "Baud rate: on a pseudo-terminal radar-sim sees the rate at which the other side\n"
+        "opened the port and plays a real line: when it differs from the module's rate,\n"
+        "the requests it sends are ignored and what the module sends arrives as garbage\n"
+        "that never holds a frame header (fewer bytes when the other side is slower).\n"
+        "--any-baud turns this off. With --port the real line does it.\n"
+        "A warning is printed when --rate and --targets ask for more than the rate carries;\n"
+        "reports are then skipped.\n"
         "\n"
         "Exit codes: 0 after --help or --disconnect-after, 1 when the port or pseudo-terminal\n"
         "cannot be opened, 2 for a bad command line or an unreadable replay file.\n");

@@ -30,6 +30,7 @@ struct SimOptions {
     bool split = false;          // write each frame in random chunks
     double disconnectAfter = -1; // seconds after the first open; < 0 = never
     bool baudNg = false;         // answer every baud-rate change with NG
+    bool anyBaud = false;        // answer whatever rate the other side chose
     QString replayFile;          // diagnostic log to play back
     bool verbose = false;        // requests and answers on stderr
     bool help = false;           // --help was asked for

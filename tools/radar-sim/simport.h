@@ -4,6 +4,15 @@
 #include <QObject>
 #include <QString>
 
+// How the other end has set up its side of the line, as far as the line
+// tells: a pseudo-terminal shows the rates the tool chose for its port.
+struct PeerLineRates {
+    bool known = false;  // false: the rates could not be read (see problem)
+    int sendRate = 0;    // the rate the other side transmits at
+    int receiveRate = 0; // the rate it expects to receive at
+    QString problem;     // why the rates are not known
+};
+
 // The simulator's end of the serial line. The peer is whoever has the other
 // end open (the tool); frames are only worth writing while it is there.
 class SimPort : public QObject
@@ -24,6 +33,11 @@ public:
     // Waits until written bytes have left (before a rate change).
     virtual void drain() = 0;
     virtual void setBaudRate(int rate) = 0;
+    // true when this end can see the peer's rates, so that the simulator must
+    // play what a line does between two ends at different rates. A real
+    // serial port has a real line: nothing to play there.
+    virtual bool showsPeerRates() const { return false; }
+    virtual PeerLineRates peerRates() const { return PeerLineRates(); }
     virtual void close() = 0;
 
 signals:

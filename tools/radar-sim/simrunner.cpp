@@ -13,9 +13,24 @@
 namespace
 {
 
-// Reports are skipped while this many writes still wait, so a tool that
-// reads slowly gets fresh positions instead of an ever longer backlog.
+// Reports are skipped while this many writes still wait, or while what
+// waits needs the line for longer than one report period, so that a tool
+// that reads slowly, or a line too slow for the reports asked for, gets
+// fresh positions instead of an ever longer backlog.
 constexpr size_t kMaxQueued = 16;
+
+// A write that comes this late after the line became free still counts as
+// following on at once, so timer delays do not slow the stream down.
+constexpr qint64 kLateSlackUs = 2000;
+
+// Bytes on the line per report period: a target report, an area report,
+// and the noise before each.
+qint64 reportBytesPerTick(const SimOptions &o)
+{
+    const qint64 targetReport = frameformat::kEnvelopeSize + 2 * o.targetCount();
+    const qint64 areaReport = frameformat::kEnvelopeSize + 3;
+    return targetReport + areaReport + 2 * o.noise;
+}
 
 } // namespace
 
@@ -31,10 +46,14 @@ SimRunner::SimRunner(const SimOptions &options, std::unique_ptr<SimPort> linePor
     else
         motion = std::make_unique<TargetMotion>(opts.fixed);
 
-    // Two frames per tick: keep their pauses inside the tick's period.
+    // Two frames per tick: keep their pauses inside what the tick's period
+    // leaves after the line time of its bytes.
     frameGapMs = opts.gapMs;
-    if (opts.rate > 0.0)
-        frameGapMs = std::min(frameGapMs, std::max(1, int(1000.0 / opts.rate / 3.0)));
+    if (opts.rate > 0.0) {
+        const double busyMs = BaudLine::lineTimeUs(reportBytesPerTick(opts), opts.baud) / 1000.0;
+        frameGapMs = std::min(frameGapMs, std::max(1, int((1000.0 / opts.rate - busyMs) / 3.0)));
+    }
+    emulateRate = !opts.anyBaud && port->showsPeerRates();
     FaultInjector::Settings f;
     f.noiseBytes = opts.noise;
     f.badChecksum = opts.badChecksum;
@@ -88,6 +107,7 @@ bool SimRunner::start(QString *error)
                          "radar-sim: warning: with %d targets the report's length field is %d;"
                          " a receiver reading the length bytes as signed cannot frame it\n",
                          motion->count(), payloadLength);
+        warnIfLineTooSlow(module.baudRate());
         if (opts.rate > 0.0)
             tickTimer.start(std::max(1, int(std::lround(1000.0 / opts.rate))));
     } else {
@@ -96,6 +116,10 @@ bool SimRunner::start(QString *error)
                 .arg(replay.durationMs())
                 .arg(opts.replayFile));
     }
+    say(emulateRate ? QString("the module talks at %1 baud; the other side's rate is checked at "
+                              "every read and write")
+                          .arg(module.baudRate())
+                    : QString("the module talks at %1 baud").arg(module.baudRate()));
     return true;
 }
 
@@ -129,8 +153,84 @@ void SimRunner::onPeerClosed()
     pumpTimer.stop();
 }
 
+bool SimRunner::peerSendsAtModuleRate(int *peerRate, QString *why)
+{
+    *peerRate = module.baudRate();
+    if (!emulateRate)
+        return true;
+    const PeerLineRates rates = port->peerRates();
+    if (!rates.known) {
+        *peerRate = 0;
+        *why = QString("%1; taken as another rate than the module's %2 baud")
+                   .arg(rates.problem)
+                   .arg(module.baudRate());
+        return false;
+    }
+    *peerRate = rates.sendRate;
+    if (rates.sendRate == module.baudRate())
+        return true;
+    *why = QString("sent at %1 baud while the module listens at %2 baud")
+               .arg(rates.sendRate)
+               .arg(module.baudRate());
+    return false;
+}
+
+bool SimRunner::peerListensAtModuleRate(int *peerRate)
+{
+    *peerRate = module.baudRate();
+    if (!emulateRate)
+        return true;
+    const PeerLineRates rates = port->peerRates();
+    QString state;
+    if (!rates.known) {
+        *peerRate = 0;
+        state = QString("%1; what the module sends at %2 baud goes out as garbage")
+                    .arg(rates.problem)
+                    .arg(module.baudRate());
+    } else {
+        *peerRate = rates.receiveRate;
+        if (rates.receiveRate != module.baudRate())
+            state = QString("the other side listens at %1 baud, the module talks at %2 baud: "
+                            "it gets garbage")
+                        .arg(rates.receiveRate)
+                        .arg(module.baudRate());
+    }
+    if (state != writeMismatch) {
+        say(state.isEmpty() ? QString("the other side listens at %1 baud, as the module talks")
+                                  .arg(module.baudRate())
+                            : state);
+        writeMismatch = state;
+    }
+    return state.isEmpty();
+}
+
+void SimRunner::warnIfLineTooSlow(int baud)
+{
+    if (opts.rate <= 0.0 || !opts.replayFile.isEmpty() || warnedRates.contains(baud))
+        return;
+    const qint64 perTick = reportBytesPerTick(opts);
+    const double asked = double(perTick) * opts.rate;
+    const double carried = BaudLine::bytesPerSecond(baud);
+    if (asked <= carried)
+        return;
+    warnedRates.insert(baud);
+    std::fprintf(stderr,
+                 "radar-sim: warning: --rate %g with %d target(s) asks for %.0f bytes/s"
+                 " (%.0f bit/s with start and stop bits), but the line at %d baud carries"
+                 " %.0f bytes/s: about %.1f reports per second get through\n",
+                 opts.rate, opts.targetCount(), asked, asked * BaudLine::kBitsPerByte, baud,
+                 carried, carried / double(perTick));
+    std::fflush(stderr);
+}
+
 void SimRunner::onReceived(const QByteArray &bytes)
 {
+    int peerRate = 0;
+    QString why;
+    if (!peerSendsAtModuleRate(&peerRate, &why)) {
+        say(QString("%1 byte(s) not understood: %2").arg(bytes.size()).arg(why));
+        return;
+    }
     const QList<RadarSimulator::Reply> replies = module.receive(bytes);
     for (const RadarSimulator::Reply &r : replies) {
         if (!opts.replayFile.isEmpty()) {
@@ -152,7 +252,7 @@ void SimRunner::onTick()
     if (!port->peerConnected() || clock.elapsed() < reportsFrom)
         return;
     motion->step(1.0 / opts.rate);
-    if (queue.size() > kMaxQueued) {
+    if (queue.size() > kMaxQueued || queuedLineTimeUs() > qint64(1e6 / opts.rate)) {
         ++skippedTicks;
         return;
     }
@@ -188,6 +288,15 @@ void SimRunner::enqueueFrame(const QByteArray &frame, int baudAfter)
     pump();
 }
 
+qint64 SimRunner::queuedLineTimeUs() const
+{
+    qint64 bytes = 0;
+    for (const Pending &p : queue)
+        bytes += p.bytes.size();
+    const qint64 busy = std::max<qint64>(0, nextWriteAtUs - clock.nsecsElapsed() / 1000);
+    return busy + BaudLine::lineTimeUs(bytes, module.baudRate());
+}
+
 void SimRunner::pump()
 {
     while (!queue.empty()) {
@@ -195,24 +304,33 @@ void SimRunner::pump()
             queue.clear();
             return;
         }
-        const qint64 now = clock.elapsed();
-        if (now < nextWriteAt) {
-            pumpTimer.start(int(nextWriteAt - now));
+        const qint64 nowUs = clock.nsecsElapsed() / 1000;
+        if (nowUs < nextWriteAtUs) {
+            pumpTimer.start(int((nextWriteAtUs - nowUs + 999) / 1000));
             return;
         }
         Pending &p = queue.front();
-        const qint64 n = port->write(p.bytes);
+        int peerRate = 0;
+        const bool heard = peerListensAtModuleRate(&peerRate);
+        const qint64 n =
+            port->write(heard ? p.bytes : line.garble(p.bytes, module.baudRate(), peerRate));
         if (n < 0) {
             queue.clear();
             return;
         }
-        if (n < p.bytes.size()) {
+        // Garbage that does not fit is lost, as on a line nobody reads.
+        const qint64 sent = heard ? n : p.bytes.size();
+        // The bytes occupy the line for their time at the module's rate; a
+        // write that follows on at once starts when the line became free.
+        const qint64 startUs = nowUs - nextWriteAtUs <= kLateSlackUs ? nextWriteAtUs : nowUs;
+        nextWriteAtUs = startUs + BaudLine::lineTimeUs(sent, module.baudRate());
+        if (sent < p.bytes.size()) {
             // The line is full (the other side is not reading): retry the rest shortly.
-            p.bytes.remove(0, int(n));
-            nextWriteAt = now + 2;
+            p.bytes.remove(0, int(sent));
+            nextWriteAtUs = std::max(nextWriteAtUs, nowUs + 2000);
             continue;
         }
-        nextWriteAt = now + p.pauseAfterMs;
+        nextWriteAtUs += qint64(p.pauseAfterMs) * 1000;
         const int baud = p.baudAfter;
         if (p.code >= 0)
             ++framesWritten[p.code];
@@ -222,6 +340,7 @@ void SimRunner::pump()
             port->setBaudRate(baud);
             module.setBaudRate(baud);
             say(QString("now at %1 baud").arg(baud));
+            warnIfLineTooSlow(baud);
         }
     }
 }

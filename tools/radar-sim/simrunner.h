@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/radar-sim/baudline.h"
 #include "tools/radar-sim/faultinjector.h"
 #include "tools/radar-sim/radarsimulator.h"
 #include "tools/radar-sim/replaylog.h"
@@ -8,6 +9,7 @@
 
 #include <QElapsedTimer>
 #include <QObject>
+#include <QSet>
 #include <QTimer>
 
 #include <deque>
@@ -16,8 +18,15 @@
 class SimPort;
 
 // Runs the module on a line: answers requests, streams reports at the
-// chosen rate while the tool has the port open, paces every write, plays a
-// replay, and ends the session when asked to.
+// chosen rate while the tool has the port open, paces every write to what
+// the module's baud rate carries, plays a replay, and ends the session when
+// asked to.
+//
+// On a line whose port shows the other side's rates (a pseudo-terminal) it
+// also plays what a real line does when the two ends disagree on the baud
+// rate: requests sent at another rate are not understood, and what the
+// module sends arrives as garbage without a frame header. The module's rate
+// is its starting rate until it accepts a baud-rate change.
 class SimRunner : public QObject
 {
     Q_OBJECT
@@ -50,6 +59,13 @@ private:
     void onReplayTimer();
     void enqueueFrame(const QByteArray &frame, int baudAfter = 0);
     void pump();
+    // Whether the other side hears the module / is heard by it, checked at
+    // every write and read (the tool may reopen at another rate any time).
+    bool peerListensAtModuleRate(int *peerRate);
+    bool peerSendsAtModuleRate(int *peerRate, QString *why);
+    // Warns once per baud rate when the reports asked for need more than it carries.
+    void warnIfLineTooSlow(int baud);
+    qint64 queuedLineTimeUs() const;
     void say(const QString &line) const;
 
     SimOptions opts;
@@ -62,10 +78,14 @@ private:
     int replayNext = 0;
     bool everOpened = false;
     int frameGapMs = 5;
+    bool emulateRate = false; // play the effect of a rate mismatch
+    BaudLine line;
+    QString writeMismatch; // last state of the outgoing direction, said once per change
+    QSet<int> warnedRates;
 
     std::deque<Pending> queue;
     QElapsedTimer clock;
-    qint64 nextWriteAt = 0;
+    qint64 nextWriteAtUs = 0; // the line is free again (and the pause after the last write is over)
     QTimer tickTimer;
     QTimer pumpTimer;
     QTimer replayTimer;

@@ -1,0 +1,118 @@
+#pragma once
+
+// orv-cli areas ...: back up, restore, verify, clear, set and unset the
+// module's three areas.
+
+#include "cli/areafile.h"
+#include "cli/modulecommand.h"
+#include "cli/wirearea.h"
+
+// Base of the area commands: reading the module and comparing with a file.
+class AreasCommand : public ModuleCommand
+{
+protected:
+    // One line per difference between the file and what the module holds,
+    // compared in decimetres as the wire carries them. Areas and a display
+    // type the file leaves out are not compared.
+    static QStringList differences(const AreaFile &file, const ModuleAreas &held);
+    // Sets one area (or repeals it for unset); ExitRefused on NG.
+    int apply(CliContext &context, ModuleSession &session, const AreaEntry &entry);
+    // Reads an area file named by the first argument into file.
+    int loadFile(CliContext &context, AreaFile *file);
+    // Parses the area number argument (1..3).
+    int areaNumber(CliContext &context, int *number);
+};
+
+class AreasBackupCommand : public AreasCommand
+{
+public:
+    QString name() const override { return QStringLiteral("areas backup"); }
+    QString summary() const override;
+    QString synopsis() const override { return QStringLiteral("-o FILE"); }
+    QString details() const override;
+    void addOptions(QCommandLineParser &parser) override;
+
+protected:
+    int checkArguments(CliContext &context) override;
+    int runWith(CliContext &context, ModuleSession &session) override;
+};
+
+class AreasRestoreCommand : public AreasCommand
+{
+public:
+    QString name() const override { return QStringLiteral("areas restore"); }
+    QString summary() const override;
+    QString synopsis() const override { return QStringLiteral("FILE"); }
+    QString details() const override;
+    void addOptions(QCommandLineParser &parser) override;
+
+protected:
+    int checkArguments(CliContext &context) override;
+    int runWith(CliContext &context, ModuleSession &session) override;
+
+private:
+    AreaFile file;
+};
+
+class AreasVerifyCommand : public AreasCommand
+{
+public:
+    QString name() const override { return QStringLiteral("areas verify"); }
+    QString summary() const override;
+    QString synopsis() const override { return QStringLiteral("FILE"); }
+    QString details() const override;
+    void addOptions(QCommandLineParser &parser) override;
+
+protected:
+    int checkArguments(CliContext &context) override;
+    int runWith(CliContext &context, ModuleSession &session) override;
+
+private:
+    AreaFile file;
+};
+
+class AreasClearCommand : public AreasCommand
+{
+public:
+    QString name() const override { return QStringLiteral("areas clear"); }
+    QString summary() const override;
+
+protected:
+    int runWith(CliContext &context, ModuleSession &session) override;
+};
+
+class AreasSetCommand : public AreasCommand
+{
+public:
+    QString name() const override { return QStringLiteral("areas set"); }
+    QString summary() const override;
+    QString synopsis() const override
+    {
+        return QStringLiteral("N --type detect|exclude --from X1,Y1 --to X2,Y2");
+    }
+    QString details() const override;
+    void addOptions(QCommandLineParser &parser) override;
+
+protected:
+    int checkArguments(CliContext &context) override;
+    int runWith(CliContext &context, ModuleSession &session) override;
+
+private:
+    AreaEntry entry;
+};
+
+class AreasUnsetCommand : public AreasCommand
+{
+public:
+    QString name() const override { return QStringLiteral("areas unset"); }
+    QString summary() const override;
+    QString synopsis() const override { return QStringLiteral("N"); }
+    void addOptions(QCommandLineParser &parser) override;
+
+protected:
+    int checkArguments(CliContext &context) override;
+    int runWith(CliContext &context, ModuleSession &session) override;
+
+private:
+    int number = 0;
+};

@@ -1,0 +1,52 @@
+#pragma once
+
+// Base of the commands that talk to a module: checks their own arguments
+// first (a bad command line or file sends nothing), opens the port, settles
+// the baud rate (probing it for --baud auto) and then runs with the session.
+
+#include "cli/clicommand.h"
+#include "cli/modulesession.h"
+#include "cli/portoptions.h"
+#include "cli/wirearea.h"
+
+#include <array>
+
+// What a module holds: its display type and areas, read with codes 3 and 6.
+struct ModuleAreas {
+    int display = 0;
+    std::array<WireArea, 3> areas;
+};
+
+class ModuleCommand : public CliCommand
+{
+public:
+    bool usesPort() const override { return true; }
+    int run(CliContext &context) final;
+
+    // Time to wait for each answer, and how often a harmless request is sent.
+    static constexpr int kAnswerMs = 1000;
+    static constexpr int kTries = 3;
+
+protected:
+    // Checks positional arguments and options; ExitDone or the code to exit with.
+    virtual int checkArguments(CliContext &context);
+    virtual int runWith(CliContext &context, ModuleSession &session) = 0;
+
+    // Sends a request and waits for its answer (code). On failure says why
+    // (what names the request) and returns the exit code; ExitDone otherwise.
+    int ask(CliContext &context, ModuleSession &session, quint8 code, const QByteArray &payload,
+            const QString &what, QByteArray *answer, int tries = kTries);
+    // The exit code and message for a failed wait.
+    int failure(CliContext &context, ModuleSession &session, LinkStatus status, const QString &what,
+                int tries = 1);
+
+    // Reads the display type and the three areas.
+    int readModule(CliContext &context, ModuleSession &session, ModuleAreas *held);
+    // Sets the display type; ExitRefused on NG.
+    int setDisplayType(CliContext &context, ModuleSession &session, int value);
+
+    // Refuses positional arguments beyond the first count.
+    int noMoreArguments(CliContext &context, int count);
+
+    PortOptions portOptions;
+};

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "cli/clicommand.h"
+
+// orv-cli probe: finds the module's baud rate without changing the module.
+class ProbeCommand : public CliCommand
+{
+public:
+    QString name() const override { return QStringLiteral("probe"); }
+    QString summary() const override;
+    QString synopsis() const override { return QStringLiteral("[--listen MS] [--json]"); }
+    QString details() const override;
+    bool usesPort() const override { return true; }
+    bool takesBaud() const override { return false; }
+    void addOptions(QCommandLineParser &parser) override;
+    int run(CliContext &context) override;
+};

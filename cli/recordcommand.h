@@ -1,0 +1,21 @@
+#pragma once
+
+#include "cli/modulecommand.h"
+
+// orv-cli record: the received bytes with their times, as "RecvData:" lines.
+class RecordCommand : public ModuleCommand
+{
+public:
+    QString name() const override { return QStringLiteral("record"); }
+    QString summary() const override;
+    QString synopsis() const override { return QStringLiteral("-o FILE [--duration S]"); }
+    QString details() const override;
+    void addOptions(QCommandLineParser &parser) override;
+
+protected:
+    int checkArguments(CliContext &context) override;
+    int runWith(CliContext &context, ModuleSession &session) override;
+
+private:
+    qint64 durationMs = -1;
+};

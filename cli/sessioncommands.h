@@ -1,0 +1,51 @@
+#pragma once
+
+// orv-cli summary and orv-cli render: a session read back from diagnostic
+// logs or recordings.
+
+#include "cli/clicommand.h"
+#include "cli/sessionscan.h"
+
+#include <QCoreApplication>
+
+#include <memory>
+
+class CliApp;
+
+// --from, --to and --quiet, shared by both commands.
+void addSessionOptions(QCommandLineParser &parser);
+// Reads the LOG arguments into scan (with progress on standard error unless
+// --quiet); returns an exit code, 0 when everything was read.
+int readSession(CliContext &context, SessionScan &scan);
+// The time window of --from/--to; false (after saying why) when one is bad.
+bool sessionFilter(CliContext &context, SessionFilter *filter);
+
+class SummaryCommand : public CliCommand
+{
+public:
+    QString name() const override { return QStringLiteral("summary"); }
+    QString summary() const override;
+    QString synopsis() const override;
+    QString details() const override;
+    void addOptions(QCommandLineParser &parser) override;
+    int run(CliContext &context) override;
+};
+
+class RenderCommand : public CliCommand
+{
+public:
+    QString name() const override { return QStringLiteral("render"); }
+    QString summary() const override;
+    QString synopsis() const override;
+    QString details() const override;
+    void addOptions(QCommandLineParser &parser) override;
+    int run(CliContext &context) override;
+};
+
+// Registers summary and render with app.
+void registerSessionCommands(CliApp &app);
+
+// The application object for orv-cli: a GUI application on the offscreen
+// platform when the command is render (drawing text needs one; no display
+// is used), a core application otherwise.
+std::unique_ptr<QCoreApplication> createCliApplication(int &argc, char **argv);

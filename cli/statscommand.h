@@ -1,0 +1,21 @@
+#pragma once
+
+#include "cli/modulecommand.h"
+
+// orv-cli stats: link health over a stretch of time.
+class StatsCommand : public ModuleCommand
+{
+public:
+    QString name() const override { return QStringLiteral("stats"); }
+    QString summary() const override;
+    QString synopsis() const override { return QStringLiteral("[--duration S] [--json]"); }
+    QString details() const override;
+    void addOptions(QCommandLineParser &parser) override;
+
+protected:
+    int checkArguments(CliContext &context) override;
+    int runWith(CliContext &context, ModuleSession &session) override;
+
+private:
+    qint64 durationMs = 10000;
+};
