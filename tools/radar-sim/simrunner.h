@@ -62,7 +62,7 @@ private:
     // Whether the other side hears the module / is heard by it, checked at
     // every write and read (the tool may reopen at another rate any time).
     bool peerListensAtModuleRate(int *peerRate);
-    bool peerSendsAtModuleRate(int *peerRate, QString *why);
+    bool peerSendsAtModuleRate(QString *why);
     // Warns once per baud rate when the reports asked for need more than it carries.
     void warnIfLineTooSlow(int baud);
     qint64 queuedLineTimeUs() const;
