@@ -290,7 +290,7 @@ qint64 SimRunner::queuedLineTimeUs() const
     qint64 bytes = 0;
     for (const Pending &p : queue)
         bytes += p.bytes.size();
-    const qint64 busy = std::max<qint64>(0, nextWriteAtUs - clock.nsecsElapsed() / 1000);
+    const qint64 busy = std::max<qint64>(0, lineFreeAtUs - clock.nsecsElapsed() / 1000);
     return busy + BaudLine::lineTimeUs(bytes, module.baudRate());
 }
 
@@ -320,7 +320,8 @@ void SimRunner::pump()
         // The bytes occupy the line for their time at the module's rate; a
         // write that follows on at once starts when the line became free.
         const qint64 startUs = nowUs - nextWriteAtUs <= kLateSlackUs ? nextWriteAtUs : nowUs;
-        nextWriteAtUs = startUs + BaudLine::lineTimeUs(sent, module.baudRate());
+        lineFreeAtUs = startUs + BaudLine::lineTimeUs(sent, module.baudRate());
+        nextWriteAtUs = lineFreeAtUs;
         if (sent < p.bytes.size()) {
             // The line is full (the other side is not reading): retry the rest shortly.
             p.bytes.remove(0, int(sent));
