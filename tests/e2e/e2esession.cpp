@@ -261,21 +261,9 @@ bool Session::waitForWindow(int timeoutMs)
     }
     if (windowId.isEmpty())
         return fail("the tool's window did not appear");
-    const QString geometry = runX("xdotool", {"getwindowgeometry", "--shell", windowId});
-    for (const QString &line : geometry.split('\n', Qt::SkipEmptyParts)) {
-        const QString key = line.section('=', 0, 0);
-        const int value = line.section('=', 1).toInt();
-        if (key == "X")
-            window.moveLeft(value);
-        else if (key == "Y")
-            window.moveTop(value);
-        else if (key == "WIDTH")
-            window.setWidth(value);
-        else if (key == "HEIGHT")
-            window.setHeight(value);
-    }
+    window = windowGeometry(windowId);
     if (window.width() <= 0 || window.height() <= 0)
-        return fail("no geometry for the window: " + geometry);
+        return fail("no geometry for the window " + windowId);
     QThread::msleep(1500); // first paint
     return true;
 }
