@@ -5,19 +5,34 @@
 namespace
 {
 
-void appendInt(QByteArray &out, int value)
+// The digits of a count (0 or more).
+char *putInt(char *d, int value)
 {
     char digits[12];
     int n = 0;
-    unsigned v = value < 0 ? unsigned(-value) : unsigned(value);
     do {
-        digits[n++] = char('0' + v % 10);
-        v /= 10;
-    } while (v != 0);
-    if (value < 0)
-        out.append('-');
+        digits[n++] = char('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
     while (n > 0)
-        out.append(digits[--n]);
+        *d++ = digits[--n];
+    return d;
+}
+
+// A signed byte of decimetres as metres with one decimal (-12.8 .. 12.7).
+char *putMetres(char *d, int decimetres)
+{
+    if (decimetres < 0) {
+        *d++ = '-';
+        decimetres = -decimetres;
+    }
+    const int whole = decimetres / 10;
+    if (whole >= 10)
+        *d++ = char('0' + whole / 10);
+    *d++ = char('0' + whole % 10);
+    *d++ = '.';
+    *d++ = char('0' + decimetres % 10);
+    return d;
 }
 
 bool occupied(frameformat::ByteView frame, int area)
@@ -49,13 +64,8 @@ QByteArray ReportFormatter::header() const
 
 void ReportFormatter::appendMetres(QByteArray &out, int decimetres)
 {
-    if (decimetres < 0) {
-        out.append('-');
-        decimetres = -decimetres;
-    }
-    appendInt(out, decimetres / 10);
-    out.append('.');
-    out.append(char('0' + decimetres % 10));
+    char text[8];
+    out.append(text, int(putMetres(text, decimetres) - text));
 }
 
 void ReportFormatter::appendTime(QByteArray &out, qint64 msSinceEpoch)
@@ -81,46 +91,56 @@ void ReportFormatter::appendTargets(QByteArray &out, frameformat::ByteView frame
     // Pairs of signed decimetres fill the payload; a stray odd byte is no target.
     const int pairs = (frame.size() - frameformat::kEnvelopeSize) / 2;
     const char *p = frame.data() + 6;
+    // Written straight into the line's storage: a target takes at most 16
+    // characters in any format ("(-12.8, -12.8) ").
+    const int start = out.size();
+    out.resize(start + 64 + 16 * pairs);
+    char *d = out.data() + start;
+    auto put = [&d](const char *text) {
+        while (*text)
+            *d++ = *text++;
+    };
     switch (format) {
     case Format::Text:
-        out.append(" targets ");
-        appendInt(out, pairs);
-        out.append(':');
+        put(" targets ");
+        d = putInt(d, pairs);
+        *d++ = ':';
         for (int i = 0; i < pairs; ++i) {
-            out.append(" (");
-            appendMetres(out, qint8(p[2 * i]));
-            out.append(", ");
-            appendMetres(out, qint8(p[2 * i + 1]));
-            out.append(')');
+            put(" (");
+            d = putMetres(d, qint8(p[2 * i]));
+            put(", ");
+            d = putMetres(d, qint8(p[2 * i + 1]));
+            *d++ = ')';
         }
         break;
     case Format::Csv:
-        out.append(",targets,");
-        appendInt(out, pairs);
-        out.append(',');
+        put(",targets,");
+        d = putInt(d, pairs);
+        *d++ = ',';
         for (int i = 0; i < pairs; ++i) {
             if (i > 0)
-                out.append(';');
-            appendMetres(out, qint8(p[2 * i]));
-            out.append(' ');
-            appendMetres(out, qint8(p[2 * i + 1]));
+                *d++ = ';';
+            d = putMetres(d, qint8(p[2 * i]));
+            *d++ = ' ';
+            d = putMetres(d, qint8(p[2 * i + 1]));
         }
-        out.append(",,,");
+        put(",,,");
         break;
     case Format::Jsonl:
-        out.append("\",\"kind\":\"targets\",\"targets\":[");
+        put("\",\"kind\":\"targets\",\"targets\":[");
         for (int i = 0; i < pairs; ++i) {
             if (i > 0)
-                out.append(',');
-            out.append('[');
-            appendMetres(out, qint8(p[2 * i]));
-            out.append(',');
-            appendMetres(out, qint8(p[2 * i + 1]));
-            out.append(']');
+                *d++ = ',';
+            *d++ = '[';
+            d = putMetres(d, qint8(p[2 * i]));
+            *d++ = ',';
+            d = putMetres(d, qint8(p[2 * i + 1]));
+            *d++ = ']';
         }
-        out.append("]}");
+        put("]}");
         break;
     }
+    out.resize(int(d - out.constData()));
 }
 
 void ReportFormatter::appendAreas(QByteArray &out, frameformat::ByteView frame) const
@@ -132,7 +152,7 @@ void ReportFormatter::appendAreas(QByteArray &out, frameformat::ByteView frame) 
         for (int k = 0; k < 3; ++k) {
             if (occupied(frame, k)) {
                 out.append(' ');
-                appendInt(out, k + 1);
+                out.append(char('1' + k));
                 any = true;
             }
         }

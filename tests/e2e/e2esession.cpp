@@ -145,6 +145,15 @@ QPoint openButtonCentre(const QImage &img, const QRect &window)
     return QPoint();
 }
 
+QPoint baudRateComboCentre(const QImage &img, const QRect &window)
+{
+    // In the same group box as the open button: the combo at (140, 60), 69 x 22.
+    const QPoint button = openButtonCentre(img, window);
+    if (button.isNull())
+        return button;
+    return button + QPoint((140 + 69 / 2) - (80 + 61 / 2), (60 + 22 / 2) - (92 + 31 / 2));
+}
+
 Session::Session() : runDir(std::make_unique<QTemporaryDir>()) {}
 
 Session::~Session()
@@ -261,21 +270,9 @@ bool Session::waitForWindow(int timeoutMs)
     }
     if (windowId.isEmpty())
         return fail("the tool's window did not appear");
-    const QString geometry = runX("xdotool", {"getwindowgeometry", "--shell", windowId});
-    for (const QString &line : geometry.split('\n', Qt::SkipEmptyParts)) {
-        const QString key = line.section('=', 0, 0);
-        const int value = line.section('=', 1).toInt();
-        if (key == "X")
-            window.moveLeft(value);
-        else if (key == "Y")
-            window.moveTop(value);
-        else if (key == "WIDTH")
-            window.setWidth(value);
-        else if (key == "HEIGHT")
-            window.setHeight(value);
-    }
+    window = windowGeometry(windowId);
     if (window.width() <= 0 || window.height() <= 0)
-        return fail("no geometry for the window: " + geometry);
+        return fail("no geometry for the window " + windowId);
     QThread::msleep(1500); // first paint
     return true;
 }
@@ -355,8 +352,12 @@ bool Session::windowExists(const QString &id)
 
 bool Session::typeKeys(const QString &id, const QString &keys)
 {
+    QStringList args;
+    if (!id.isEmpty())
+        args << "windowfocus" << "--sync" << id;
+    args << "key" << "--clearmodifiers" << keys.split(' ', Qt::SkipEmptyParts);
     int rc = -1;
-    runX("xdotool", {"windowfocus", "--sync", id, "key", "--clearmodifiers", keys}, &rc);
+    runX("xdotool", args, &rc);
     return rc == 0 || fail("xdotool could not type " + keys);
 }
 
@@ -471,6 +472,14 @@ bool Session::stopSim()
         return fail("radar-sim did not stop on SIGTERM");
     simErr += sim.process.readAllStandardError();
     return true;
+}
+
+QString Session::toolErrorText() const
+{
+    QFile f(runDir->filePath("tool-stderr.txt"));
+    if (!f.open(QIODevice::ReadOnly))
+        return QString();
+    return QString::fromUtf8(f.readAll());
 }
 
 QString Session::toolErrorTail(int lines) const

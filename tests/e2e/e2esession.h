@@ -52,6 +52,7 @@ struct Blob {
 PlotBox findPlot(const QImage &img, const QRect &window);
 QList<Blob> findDiscs(const QImage &img, const QRect &window); // target colour 0,255,100
 QPoint openButtonCentre(const QImage &img, const QRect &window);
+QPoint baudRateComboCentre(const QImage &img, const QRect &window);
 
 class Session
 {
@@ -79,8 +80,9 @@ public:
     bool windowExists(const QString &id);
     // The window's rectangle on the screen; empty when it is not known.
     QRect windowGeometry(const QString &id);
-    // Gives the window the keyboard focus and types the keys (xdotool names,
-    // such as "Return").
+    // Gives the window the keyboard focus and types the keys (xdotool names
+    // separated by spaces, such as "Up Return"); with an empty id the keys go
+    // where the keyboard is now (an open list, say).
     bool typeKeys(const QString &id, const QString &keys);
     // Three clicks in a row: selects the paragraph under the mouse in a text
     // that can be selected, which puts it on the X primary selection.
@@ -107,6 +109,8 @@ public:
     QProcess &simProcess() { return sim.process; }
     // Last lines the tool wrote on standard error (kept in the run directory).
     QString toolErrorTail(int lines = 20) const;
+    // Everything the tool wrote on standard error so far.
+    QString toolErrorText() const;
 
 private:
     bool fail(const QString &message);

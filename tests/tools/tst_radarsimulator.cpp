@@ -830,6 +830,10 @@ void TestRadarSimulator::options_data()
                             << true << QString() << "noise=8;bad=0.25;split;baudng;disc=2.5";
     QTest::newRow("seed and verbose") << QStringList{"--seed", "4294967295", "--verbose"} << true
                                       << QString() << "seed=4294967295;verbose";
+    QTest::newRow("any baud") << QStringList{"--any-baud", "--baud", "256000"} << true << QString()
+                              << "anybaud;baud=256000";
+    QTest::newRow("any baud with a value")
+        << QStringList{"--any-baud=1"} << false << "takes no value" << QString();
     QTest::newRow("gap") << QStringList{"--gap", "0"} << true << QString() << "gap=0";
     QTest::newRow("settle") << QStringList{"--settle", "0"} << true << QString() << "settle=0";
     QTest::newRow("replay") << QStringList{"--replay", "x.txt", "--verbose"} << true << QString()
@@ -931,7 +935,7 @@ void TestRadarSimulator::options()
         QCOMPARE(o.rate, 10.0);
         QCOMPARE(o.targets, 3);
         QCOMPARE(o.targetCount(), 3);
-        QVERIFY(!o.seedGiven && !o.split && !o.baudNg && !o.verbose && !o.help);
+        QVERIFY(!o.seedGiven && !o.split && !o.baudNg && !o.anyBaud && !o.verbose && !o.help);
         QCOMPARE(o.noise, 0);
         QCOMPARE(o.badChecksum, 0.0);
         QVERIFY(o.disconnectAfter < 0);
@@ -962,6 +966,8 @@ void TestRadarSimulator::options()
             QVERIFY(o.split);
         else if (key == "baudng")
             QVERIFY(o.baudNg);
+        else if (key == "anybaud")
+            QVERIFY(o.anyBaud);
         else if (key == "disc")
             QCOMPARE(o.disconnectAfter, value.toDouble());
         else if (key == "seed")

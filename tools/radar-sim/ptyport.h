@@ -12,8 +12,8 @@ class QSocketNotifier;
 // opening and closing by the tool are noticed (polled every 10 ms).
 //
 // The master also sees the line settings the tool gave the slave, so
-// peerRates() tells at which rates the tool sends and listens. This file and
-// ptyport.cpp are the only places with terminal calls of the platform.
+// peerRates() tells at which rates the tool sends and listens. ptyport.cpp
+// holds radar-sim's only calls of the platform's terminal interface.
 class PtyPort : public SimPort
 {
     Q_OBJECT

@@ -127,6 +127,7 @@ void SimRunner::onPeerOpened()
 {
     say(QString("%1 opened by the other side").arg(port->name()));
     queue.clear();
+    writeMismatch.clear(); // say again for this session whether the rates agree
     // The tool pauses after opening and then asks for the areas; reports
     // piled up meanwhile would arrive as one burst around its answer.
     reportsFrom = clock.elapsed() + opts.settleMs;
@@ -153,20 +154,17 @@ void SimRunner::onPeerClosed()
     pumpTimer.stop();
 }
 
-bool SimRunner::peerSendsAtModuleRate(int *peerRate, QString *why)
+bool SimRunner::peerSendsAtModuleRate(QString *why)
 {
-    *peerRate = module.baudRate();
     if (!emulateRate)
         return true;
     const PeerLineRates rates = port->peerRates();
     if (!rates.known) {
-        *peerRate = 0;
         *why = QString("%1; taken as another rate than the module's %2 baud")
                    .arg(rates.problem)
                    .arg(module.baudRate());
         return false;
     }
-    *peerRate = rates.sendRate;
     if (rates.sendRate == module.baudRate())
         return true;
     *why = QString("sent at %1 baud while the module listens at %2 baud")
@@ -225,9 +223,8 @@ void SimRunner::warnIfLineTooSlow(int baud)
 
 void SimRunner::onReceived(const QByteArray &bytes)
 {
-    int peerRate = 0;
     QString why;
-    if (!peerSendsAtModuleRate(&peerRate, &why)) {
+    if (!peerSendsAtModuleRate(&why)) {
         say(QString("%1 byte(s) not understood: %2").arg(bytes.size()).arg(why));
         return;
     }
@@ -293,7 +290,7 @@ qint64 SimRunner::queuedLineTimeUs() const
     qint64 bytes = 0;
     for (const Pending &p : queue)
         bytes += p.bytes.size();
-    const qint64 busy = std::max<qint64>(0, nextWriteAtUs - clock.nsecsElapsed() / 1000);
+    const qint64 busy = std::max<qint64>(0, lineFreeAtUs - clock.nsecsElapsed() / 1000);
     return busy + BaudLine::lineTimeUs(bytes, module.baudRate());
 }
 
@@ -323,7 +320,8 @@ void SimRunner::pump()
         // The bytes occupy the line for their time at the module's rate; a
         // write that follows on at once starts when the line became free.
         const qint64 startUs = nowUs - nextWriteAtUs <= kLateSlackUs ? nextWriteAtUs : nowUs;
-        nextWriteAtUs = startUs + BaudLine::lineTimeUs(sent, module.baudRate());
+        lineFreeAtUs = startUs + BaudLine::lineTimeUs(sent, module.baudRate());
+        nextWriteAtUs = lineFreeAtUs;
         if (sent < p.bytes.size()) {
             // The line is full (the other side is not reading): retry the rest shortly.
             p.bytes.remove(0, int(sent));

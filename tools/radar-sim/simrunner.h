@@ -62,9 +62,11 @@ private:
     // Whether the other side hears the module / is heard by it, checked at
     // every write and read (the tool may reopen at another rate any time).
     bool peerListensAtModuleRate(int *peerRate);
-    bool peerSendsAtModuleRate(int *peerRate, QString *why);
+    bool peerSendsAtModuleRate(QString *why);
     // Warns once per baud rate when the reports asked for need more than it carries.
     void warnIfLineTooSlow(int baud);
+    // Line time of what waits to be written, and of what is still on the
+    // line, at the module's rate (pauses between writes not counted).
     qint64 queuedLineTimeUs() const;
     void say(const QString &line) const;
 
@@ -85,7 +87,8 @@ private:
 
     std::deque<Pending> queue;
     QElapsedTimer clock;
-    qint64 nextWriteAtUs = 0; // the line is free again (and the pause after the last write is over)
+    qint64 lineFreeAtUs = 0;  // the last write has left the line
+    qint64 nextWriteAtUs = 0; // ... and the pause after it is over
     QTimer tickTimer;
     QTimer pumpTimer;
     QTimer replayTimer;

@@ -1,10 +1,12 @@
-// The window's wrong-baud handling for real: radar-sim's module talks at
-// 115200 baud while the window opens the port at 9600 (from its settings
-// file). The module does not understand the window's requests and what it
-// sends arrives as noise without frame headers, so the window's receive scan
-// gives up after 128 unframed bytes: the link is closed and a message box
-// tells the operator. The box must carry text 39 of the language file in
-// use, the port must be closed, and the open button must open it again.
+// The window's baud-rate handling for real against radar-sim's rate
+// emulation. First the wrong rate: radar-sim's module talks at 115200 baud
+// while the window opens the port at 9600 (from its settings file). The module does not understand
+// the window's requests and what it sends arrives as noise without frame headers, so the window's
+// receive scan gives up after 128 unframed bytes: the link is closed and a message box tells the
+// operator. The box must carry text 39 of the language file in use, the port must be closed, and
+// the open button must open it again. Then a baud-rate change made in the window: the module
+// answers at the old rate and moves to the new one, the window reopens there and goes on receiving
+// reports.
 
 #include "tests/e2e/e2esession.h"
 
@@ -52,15 +54,16 @@ QPoint textPixel(const QImage &img, const QRect &box)
 
 } // namespace
 
-class TestE2eWrongBaud : public QObject
+class TestE2eBaudRate : public QObject
 {
     Q_OBJECT
 
 private slots:
     void wrongRateClosesTheLinkWithAMessage();
+    void baudChangeReopensAtTheNewRate();
 };
 
-void TestE2eWrongBaud::wrongRateClosesTheLinkWithAMessage()
+void TestE2eBaudRate::wrongRateClosesTheLinkWithAMessage()
 {
     e2e::Session s;
     QVERIFY2(s.startXvfb(), qPrintable(s.error()));
@@ -139,5 +142,89 @@ void TestE2eWrongBaud::wrongRateClosesTheLinkWithAMessage()
     QCOMPARE(s.toolProcess().exitCode(), 0);
 }
 
-QTEST_GUILESS_MAIN(TestE2eWrongBaud)
-#include "tst_e2e_wrongbaud.moc"
+void TestE2eBaudRate::baudChangeReopensAtTheNewRate()
+{
+    e2e::Session s;
+    QVERIFY2(s.startXvfb(), qPrintable(s.error()));
+    QVERIFY2(s.startSim({"--baud", "115200", "--fixed", "0,4", "--rate", "20"}),
+             qPrintable(s.error()));
+    QVERIFY2(s.prepareRunDir(115200, 1), qPrintable(s.error()));
+    const QString language = s.runDirectory() + "/ORV_translate_en.txt";
+    const QString title = translationText(language, 31);
+    const QString question = translationText(language, 30).replace("%1", "57600");
+    QVERIFY2(!title.isEmpty() && question.contains("57600"), qPrintable(language));
+    QVERIFY2(s.startTool(), qPrintable(s.error()));
+    QVERIFY2(s.waitForWindow(), qPrintable(s.error()));
+    QVERIFY2(s.openLink(QDir::current().filePath("e2e-baudchange-open.png")),
+             qPrintable(s.error()));
+    QTest::qWait(500);
+
+    // The operator picks 57600, the rate above 115200 in the list.
+    QImage shot;
+    const QString linked = QDir::current().filePath("e2e-baudchange-linked.png");
+    QVERIFY2(s.screenshot(linked, &shot), qPrintable(s.error()));
+    const QPoint combo = e2e::baudRateComboCentre(shot, s.windowRect());
+    QVERIFY2(!combo.isNull(), qPrintable(linked));
+    QVERIFY2(s.click(combo), qPrintable(s.error()));
+    QTest::qWait(300); // the list opens
+    QVERIFY2(s.typeKeys(QString(), "Up Return"), qPrintable(s.error()));
+
+    // The window asks first (text 30 with the new rate); the operator says yes.
+    const QString box = s.waitForWindowTitled(title, 5000);
+    QVERIFY2(!box.isEmpty(), qPrintable(s.toolErrorTail()));
+    QTest::qWait(300);
+    const QString boxShot = QDir::current().filePath("e2e-baudchange-question.png");
+    QVERIFY2(s.screenshot(boxShot, &shot), qPrintable(s.error()));
+    const QPoint onText = textPixel(shot, s.windowGeometry(box));
+    QVERIFY2(!onText.isNull(), qPrintable(boxShot));
+    QVERIFY2(s.tripleClick(onText), qPrintable(s.error()));
+    QCOMPARE(s.primarySelection(), question);
+    QVERIFY2(s.typeKeys(box, "alt+y"), qPrintable(s.error()));
+
+    // The module answers at 115200 and moves to 57600; the window reopens there.
+    QVERIFY2(s.waitForSimOutput("request 1 (SetBaudrate)", 5000),
+             qPrintable(QString(s.simOutput())));
+    QVERIFY2(s.waitForSimOutput("now at 57600 baud", 5000), qPrintable(QString(s.simOutput())));
+    const QString reopened = "Buadrate\uFF1A57600, result:OK";
+    QElapsedTimer t;
+    t.start();
+    while (!s.toolErrorText().contains(reopened) && t.elapsed() < 5000)
+        QTest::qWait(100);
+    QVERIFY2(s.toolErrorText().contains(reopened), qPrintable(s.toolErrorTail()));
+
+    // The window says so (text 33) and stops reading until the box is closed.
+    QString done = s.waitForWindowTitled(title, 5000);
+    for (t.restart(); done == box && t.elapsed() < 5000; done = s.waitForWindowTitled(title, 100))
+        QTest::qWait(100);
+    QVERIFY2(!done.isEmpty() && done != box, qPrintable(s.toolErrorTail()));
+    QTest::qWait(300);
+    const QString doneShot = QDir::current().filePath("e2e-baudchange-done.png");
+    QVERIFY2(s.screenshot(doneShot, &shot), qPrintable(s.error()));
+    const QPoint onDoneText = textPixel(shot, s.windowGeometry(done));
+    QVERIFY2(!onDoneText.isNull(), qPrintable(doneShot));
+    QVERIFY2(s.tripleClick(onDoneText), qPrintable(s.error()));
+    QCOMPARE(s.primarySelection(), translationText(language, 33));
+    QVERIFY2(s.typeKeys(done, "Return"), qPrintable(s.error()));
+    t.restart();
+    while (s.windowExists(done) && t.elapsed() < 5000)
+        QTest::qWait(100);
+    QVERIFY(!s.windowExists(done));
+
+    // Reports keep coming and are understood at the new rate; no wrong-baud message.
+    QTest::qWait(2000);
+    const QString after = s.toolErrorText().section(reopened, -1);
+    const int reports = after.count("targetList size:1");
+    QVERIFY2(reports >= 20, qPrintable(QString("%1 reports after the reopen").arg(reports)));
+    QVERIFY(!after.contains("baudrate error!"));
+    QVERIFY(s.waitForWindowTitled(title, 0).isEmpty());
+    QVERIFY(!s.simOutput().contains("not understood"));
+    QFile ini(s.runDirectory() + "/ORV_conf.ini");
+    QVERIFY(ini.open(QIODevice::ReadOnly));
+    QVERIFY2(ini.readAll().contains("baudrate=57600"), "the new rate is not stored");
+
+    QVERIFY2(s.closeWindow(), qPrintable(s.error() + "\n" + s.toolErrorTail()));
+    QCOMPARE(s.toolProcess().exitCode(), 0);
+}
+
+QTEST_GUILESS_MAIN(TestE2eBaudRate)
+#include "tst_e2e_baudrate.moc"
