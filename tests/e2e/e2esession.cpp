@@ -143,6 +143,59 @@ QPoint openButtonCentre(const QImage &img, const QRect &window)
     return QPoint();
 }
 
+QString runOnDisplay(const QString &display, const QString &program, const QStringList &args,
+                     int *exitCode)
+{
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("DISPLAY", display);
+    p.setProcessEnvironment(env);
+    p.start(program, args);
+    const bool done = p.waitForFinished(15000);
+    if (exitCode)
+        *exitCode = done && p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    return QString::fromLocal8Bit(p.readAllStandardOutput());
+}
+
+QRect windowGeometry(const QString &display, const QString &windowId)
+{
+    QRect r;
+    const QString geometry =
+        runOnDisplay(display, "xdotool", {"getwindowgeometry", "--shell", windowId});
+    for (const QString &line : geometry.split('\n', Qt::SkipEmptyParts)) {
+        const QString key = line.section('=', 0, 0);
+        const int value = line.section('=', 1).toInt();
+        if (key == "X")
+            r.moveLeft(value);
+        else if (key == "Y")
+            r.moveTop(value);
+        else if (key == "WIDTH")
+            r.setWidth(value);
+        else if (key == "HEIGHT")
+            r.setHeight(value);
+    }
+    return r;
+}
+
+bool sendWindowDelete(const QString &display, const QString &windowId)
+{
+    Display *d = XOpenDisplay(display.toLocal8Bit().constData());
+    if (!d)
+        return false;
+    const Window w = Window(windowId.toULong());
+    XEvent e{};
+    e.xclient.type = ClientMessage;
+    e.xclient.window = w;
+    e.xclient.message_type = XInternAtom(d, "WM_PROTOCOLS", False);
+    e.xclient.format = 32;
+    e.xclient.data.l[0] = long(XInternAtom(d, "WM_DELETE_WINDOW", False));
+    e.xclient.data.l[1] = CurrentTime;
+    const Status sent = XSendEvent(d, w, False, NoEventMask, &e);
+    XFlush(d);
+    XCloseDisplay(d);
+    return sent != 0;
+}
+
 Session::Session() : runDir(std::make_unique<QTemporaryDir>()) {}
 
 Session::~Session()
@@ -160,15 +213,7 @@ bool Session::fail(const QString &message)
 
 QString Session::runX(const QString &program, const QStringList &args, int *exitCode)
 {
-    QProcess p;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("DISPLAY", displayName);
-    p.setProcessEnvironment(env);
-    p.start(program, args);
-    const bool done = p.waitForFinished(15000);
-    if (exitCode)
-        *exitCode = done && p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    return QString::fromLocal8Bit(p.readAllStandardOutput());
+    return runOnDisplay(displayName, program, args, exitCode);
 }
 
 bool Session::startXvfb()
@@ -259,21 +304,9 @@ bool Session::waitForWindow(int timeoutMs)
     }
     if (windowId.isEmpty())
         return fail("the tool's window did not appear");
-    const QString geometry = runX("xdotool", {"getwindowgeometry", "--shell", windowId});
-    for (const QString &line : geometry.split('\n', Qt::SkipEmptyParts)) {
-        const QString key = line.section('=', 0, 0);
-        const int value = line.section('=', 1).toInt();
-        if (key == "X")
-            window.moveLeft(value);
-        else if (key == "Y")
-            window.moveTop(value);
-        else if (key == "WIDTH")
-            window.setWidth(value);
-        else if (key == "HEIGHT")
-            window.setHeight(value);
-    }
+    window = windowGeometry(displayName, windowId);
     if (window.width() <= 0 || window.height() <= 0)
-        return fail("no geometry for the window: " + geometry);
+        return fail("no geometry for the window " + windowId);
     QThread::msleep(1500); // first paint
     return true;
 }
@@ -322,22 +355,8 @@ bool Session::openLink(const QString &screenshotPath)
 
 bool Session::closeWindow(int timeoutMs)
 {
-    Display *d = XOpenDisplay(displayName.toLocal8Bit().constData());
-    if (!d)
-        return fail("cannot connect to " + displayName);
-    const Window w = Window(windowId.toULong());
-    XEvent e{};
-    e.xclient.type = ClientMessage;
-    e.xclient.window = w;
-    e.xclient.message_type = XInternAtom(d, "WM_PROTOCOLS", False);
-    e.xclient.format = 32;
-    e.xclient.data.l[0] = long(XInternAtom(d, "WM_DELETE_WINDOW", False));
-    e.xclient.data.l[1] = CurrentTime;
-    const Status sent = XSendEvent(d, w, False, NoEventMask, &e);
-    XFlush(d);
-    XCloseDisplay(d);
-    if (!sent)
-        return fail("WM_DELETE_WINDOW could not be sent");
+    if (!sendWindowDelete(displayName, windowId))
+        return fail("WM_DELETE_WINDOW could not be sent to " + displayName);
     if (!tool.process.waitForFinished(timeoutMs) && tool.process.state() != QProcess::NotRunning)
         return fail("the tool did not exit after its window was closed");
     return true;
