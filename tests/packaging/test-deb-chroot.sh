@@ -25,7 +25,7 @@ skip() {
     echo "SKIPPED: $*"
     exit 77
 }
-say() { echo "== $*"; }
+say() { echo "== $(date +%T) $*"; }
 
 [ "$(id -u)" -eq 0 ] || skip "the packaging test needs root (chroot, mounts); run scripts/test as root"
 command -v debootstrap >/dev/null || skip "debootstrap is not installed (scripts/setup installs it)"
@@ -162,32 +162,54 @@ if [ ! -s "$tarball" ]; then
     say "root made in $(($(date +%s) - t0)) s"
 fi
 
-say "unpacking the root"
-mkdir -p "$root"
-tar -C "$root" -xf "$tarball"
-cp /etc/resolv.conf "$root/etc/resolv.conf"
-mnt -t proc proc "$root/proc"
-mnt --bind /dev/pts "$root/dev/pts"
-mnt --bind "$cache/archives" "$root/var/cache/apt/archives"
-mkdir -p "$root/tmp/.X11-unix"
-mnt --bind /tmp/.X11-unix "$root/tmp/.X11-unix"
-cp "$deb" "$root/tmp/"
+# A fresh root on a memory file system, unpacked from a tarball, with /proc,
+# the pseudo-terminals, the package cache and the X sockets mounted.
+unpack_root() { # tarball
+    mkdir -p "$root"
+    mnt -t tmpfs -o size=4g,mode=755 orv-deb-test "$root"
+    tar -C "$root" -xf "$1"
+    cp /etc/resolv.conf "$root/etc/resolv.conf"
+    mnt -t proc proc "$root/proc"
+    mnt --bind /dev/pts "$root/dev/pts"
+    mnt --bind "$cache/archives" "$root/var/cache/apt/archives"
+    mkdir -p "$root/tmp/.X11-unix"
+    mnt --bind /tmp/.X11-unix "$root/tmp/.X11-unix"
+    cp "$deb" "$root/tmp/"
+}
 in_root() { chroot "$root" "$@"; }
-
-say "apt install ./$(basename "$deb")"
 export DEBIAN_FRONTEND=noninteractive
 install_deb() {
-    in_root apt-get install -y -q --no-install-recommends "/tmp/$(basename "$deb")" >"$tmp/apt.log" 2>&1
-}
-if ! install_deb; then
+    in_root apt-get install -y -q --no-install-recommends "/tmp/$(basename "$deb")" >"$tmp/apt.log" 2>&1 && return 0
     # The cached package lists may have gone stale.
     in_root apt-get update -qq >>"$tmp/apt.log" 2>&1
-    install_deb || {
-        tail -n 30 "$tmp/apt.log"
-        echo "FAIL apt install"
-        exit 1
-    }
+    in_root apt-get install -y -q --no-install-recommends "/tmp/$(basename "$deb")" >>"$tmp/apt.log" 2>&1 && return 0
+    tail -n 30 "$tmp/apt.log"
+    echo "FAIL apt install"
+    exit 1
+}
+
+# Installing the dependencies (Qt, X libraries, fonts) is most of the time, so
+# a second tarball keeps the root with them installed: made by installing the
+# package with apt and purging it again with dpkg, and named after the
+# package's Depends line, so that a changed dependency makes a new one. Each
+# run then unpacks it and installs the package with apt as a user would.
+depends="$(dpkg-deb -f "$deb" Depends)"
+key="$(printf '%s\n%s\n' "$depends" "$(stat -c '%s %Y' "$tarball")" | sha256sum | cut -c1-16)"
+layer="$cache/bookworm-orv-deps-$key.tar"
+if [ ! -s "$layer" ]; then
+    say "installing the dependencies once (cached in $layer)"
+    unpack_root "$tarball"
+    install_deb
+    in_root dpkg --purge orv-tool >>"$tmp/apt.log" 2>&1
+    rm -f "$cache"/bookworm-orv-deps-*.tar
+    tar -C "$root" --one-file-system -cf "$layer.tmp" . && mv "$layer.tmp" "$layer"
+else
+    say "unpacking the root"
+    unpack_root "$layer"
 fi
+
+say "apt install ./$(basename "$deb")"
+install_deb
 failures=0
 passes=0
 check() { # name expected actual
