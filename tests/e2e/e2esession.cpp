@@ -157,6 +157,13 @@ QString runOnDisplay(const QString &display, const QString &program, const QStri
     return QString::fromLocal8Bit(p.readAllStandardOutput());
 }
 
+QString findToolWindow(const QString &display)
+{
+    return runOnDisplay(display, "xdotool", {"search", "--name", kWindowTitle})
+        .split('\n', Qt::SkipEmptyParts)
+        .value(0);
+}
+
 QRect windowGeometry(const QString &display, const QString &windowId)
 {
     QRect r;
@@ -293,9 +300,7 @@ bool Session::waitForWindow(int timeoutMs)
     QElapsedTimer t;
     t.start();
     while (windowId.isEmpty() && t.elapsed() < timeoutMs) {
-        windowId = runX("xdotool", {"search", "--name", kWindowTitle})
-                       .split('\n', Qt::SkipEmptyParts)
-                       .value(0);
+        windowId = findToolWindow(displayName);
         if (windowId.isEmpty()) {
             if (tool.process.state() == QProcess::NotRunning)
                 return fail("orv-tool ended before showing its window:\n" + toolErrorTail());

@@ -72,6 +72,8 @@ private:
     // Starts scripts/run with the locale; waits for its window.
     bool startDemo(const QString &lang, const QStringList &simArgs);
     bool closeDemo();
+    // A picture of the whole screen, kept in the scratch directory.
+    QImage grab(const QString &name);
 
     QTemporaryDir scratch;
     QString build;
@@ -152,10 +154,7 @@ bool TestE2eDemo::startDemo(const QString &lang, const QStringList &simArgs)
     t.start();
     windowId.clear();
     while (windowId.isEmpty() && t.elapsed() < 20000) {
-        windowId =
-            e2e::runOnDisplay(screen.display(), "xdotool", {"search", "--name", e2e::kWindowTitle})
-                .split('\n', Qt::SkipEmptyParts)
-                .value(0);
+        windowId = e2e::findToolWindow(screen.display());
         if (windowId.isEmpty()) {
             if (demo.state() == QProcess::NotRunning)
                 return false;
@@ -178,6 +177,14 @@ bool TestE2eDemo::closeDemo()
            demo.exitCode() == 0;
 }
 
+QImage TestE2eDemo::grab(const QString &name)
+{
+    const QString path = scratch.filePath(name);
+    int rc = -1;
+    e2e::runOnDisplay(screen.display(), "import", {"-window", "root", path}, &rc);
+    return rc == 0 ? QImage(path) : QImage();
+}
+
 void TestE2eDemo::englishDemoShowsPeopleAfterOneClick()
 {
     QStringList simArgs{"--rate", "10"};
@@ -186,12 +193,8 @@ void TestE2eDemo::englishDemoShowsPeopleAfterOneClick()
     QVERIFY2(startDemo("en_US.UTF-8", simArgs),
              qPrintable(readAll(scratch.filePath("demo-stderr.txt"))));
 
-    QImage shot;
-    const QString before = scratch.filePath("demo-before.png");
-    int rc = -1;
-    e2e::runOnDisplay(screen.display(), "import", {"-window", "root", before}, &rc);
-    QCOMPARE(rc, 0);
-    QVERIFY(shot.load(before));
+    QImage shot = grab("demo-before.png");
+    QVERIFY(!shot.isNull());
     QVERIFY(e2e::findDiscs(shot, window).isEmpty());
     const QImage button = buttonPicture(shot, window);
     QVERIFY2(difference(button, english) < 0.02, "the caption is not the English one");
@@ -209,6 +212,7 @@ void TestE2eDemo::englishDemoShowsPeopleAfterOneClick()
 
     // One click at the open button; the people appear.
     const QPoint centre = e2e::openButtonCentre(shot, window);
+    int rc = -1;
     e2e::runOnDisplay(
         screen.display(), "xdotool",
         {"mousemove", QString::number(centre.x()), QString::number(centre.y()), "click", "1"}, &rc);
@@ -216,14 +220,16 @@ void TestE2eDemo::englishDemoShowsPeopleAfterOneClick()
     QList<e2e::Blob> discs;
     QElapsedTimer t;
     t.start();
-    const QString after = scratch.filePath("demo-after.png");
     while (discs.size() < 3 && t.elapsed() < 8000) {
         QThread::msleep(500);
-        e2e::runOnDisplay(screen.display(), "import", {"-window", "root", after}, &rc);
-        if (rc == 0 && shot.load(after))
+        shot = grab("demo-after.png");
+        if (!shot.isNull())
             discs = e2e::findDiscs(shot, window);
     }
-    QVERIFY2(discs.size() == 3, qPrintable(QString("%1 discs in %2").arg(discs.size()).arg(after)));
+    QVERIFY2(
+        discs.size() == 3,
+        qPrintable(
+            QString("%1 discs in %2").arg(discs.size()).arg(scratch.filePath("demo-after.png"))));
 
     QVERIFY2(closeDemo(), qPrintable(readAll(scratch.filePath("demo-stderr.txt"))));
     QCOMPARE(readAll(build + "/bin/ORV_conf.ini"), QByteArray(kRealModuleIni));
@@ -234,11 +240,8 @@ void TestE2eDemo::chineseLocaleGivesChineseTexts()
     QVERIFY(QFile::remove(build + "/demo/ORV_conf.ini"));
     QVERIFY2(startDemo("zh_CN.UTF-8", {}),
              qPrintable(readAll(scratch.filePath("demo-stderr.txt"))));
-    QImage shot;
-    const QString path = scratch.filePath("demo-zh.png");
-    int rc = -1;
-    e2e::runOnDisplay(screen.display(), "import", {"-window", "root", path}, &rc);
-    QVERIFY(rc == 0 && shot.load(path));
+    const QImage shot = grab("demo-zh.png");
+    QVERIFY(!shot.isNull());
     QVERIFY2(difference(buttonPicture(shot, window), chinese) < 0.02,
              "the caption is not the Chinese one");
     QVERIFY(closeDemo());
@@ -258,11 +261,8 @@ void TestE2eDemo::storedLanguageIsKept()
     ini.close();
     QVERIFY2(startDemo("en_US.UTF-8", {"--baud", "115200"}),
              qPrintable(readAll(scratch.filePath("demo-stderr.txt"))));
-    QImage shot;
-    const QString path = scratch.filePath("demo-kept.png");
-    int rc = -1;
-    e2e::runOnDisplay(screen.display(), "import", {"-window", "root", path}, &rc);
-    QVERIFY(rc == 0 && shot.load(path));
+    const QImage shot = grab("demo-kept.png");
+    QVERIFY(!shot.isNull());
     QVERIFY2(difference(buttonPicture(shot, window), chinese) < 0.02,
              "the stored Chinese was not kept");
     QVERIFY(closeDemo());
