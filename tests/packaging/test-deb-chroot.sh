@@ -16,6 +16,8 @@
 # (bookworm-minbase.tar, and the downloaded packages in archives/); delete
 # it to start afresh.
 set -eu
+# shellcheck source=tests/packaging/checks.sh
+. "$(dirname "$0")/checks.sh"
 build="$(cd "$1" && pwd)"
 probe="$2"
 cache="${ORV_CHROOT_CACHE:-/var/cache/orv-tool-test}"
@@ -210,16 +212,6 @@ fi
 
 say "apt install ./$(basename "$deb")"
 install_deb
-failures=0
-passes=0
-check() { # name expected actual
-    if [ "$2" = "$3" ]; then
-        passes=$((passes + 1))
-    else
-        failures=$((failures + 1))
-        printf 'FAIL %s\n--- expected\n%s\n--- got\n%s\n' "$1" "$2" "$3"
-    fi
-}
 # shellcheck disable=SC2016 # dpkg-query's own format
 check "installed" "install ok installed" "$(in_root dpkg-query -W -f='${Status}' orv-tool)"
 # shellcheck disable=SC2016 # dpkg-query's own format
@@ -340,5 +332,4 @@ check "user's files kept" "$found" "$(cd "$root" && find . -xdev \( -name ORV_co
     -o -name 'ORV_translate_*.txt' \) | sort | sed 's|/[0-9]\{8\}/|/DAY/|')"
 
 say "done in $(($(date +%s) - start)) s"
-echo "$passes passed, $failures failed"
-[ "$failures" -eq 0 ]
+finish

@@ -6,6 +6,8 @@
 # how it was started.
 #   test-launcher.sh LAUNCHER ORV-SETTINGS TRANSLATIONS-DIR
 set -u
+# shellcheck source=tests/packaging/checks.sh
+. "$(dirname "$0")/checks.sh"
 launcher="$1"
 settings="$2"
 texts="$3"
@@ -13,26 +15,7 @@ texts="$3"
 tmp="$(mktemp -d)"
 trap 'rm -rf "$tmp"' EXIT
 chmod 755 "$tmp"
-failures=0
-passes=0
 
-check() { # name expected actual
-    if [ "$2" = "$3" ]; then
-        passes=$((passes + 1))
-    else
-        failures=$((failures + 1))
-        printf 'FAIL %s\n--- expected\n%s\n--- got\n%s\n' "$1" "$2" "$3"
-    fi
-}
-contains() { # name needle haystack
-    case "$3" in
-    *"$2"*) passes=$((passes + 1)) ;;
-    *)
-        failures=$((failures + 1))
-        printf 'FAIL %s: "%s" not in\n%s\n' "$1" "$2" "$3"
-        ;;
-    esac
-}
 
 # The install tree.
 prefix="$tmp/usr"
@@ -246,5 +229,4 @@ else
     echo "SKIP dialout hint: needs root (to make stand-in devices of the group dialout)"
 fi
 
-echo "$passes passed, $failures failed"
-[ "$failures" -eq 0 ]
+finish

@@ -5,20 +5,12 @@
 # overwrite a stored value.
 #   test-orv-settings.sh PATH-TO-orv-settings
 set -u
+# shellcheck source=tests/packaging/checks.sh
+. "$(dirname "$0")/checks.sh"
 tool="$1"
 tmp="$(mktemp -d)"
 trap 'rm -rf "$tmp"' EXIT
-failures=0
-passes=0
 
-check() { # name expected actual
-    if [ "$2" = "$3" ]; then
-        passes=$((passes + 1))
-    else
-        failures=$((failures + 1))
-        printf 'FAIL %s\n--- expected\n%s\n--- got\n%s\n' "$1" "$2" "$3"
-    fi
-}
 
 f="$tmp/ORV_conf.ini"
 
@@ -89,5 +81,4 @@ check "LC_ALL wins" 1 "$(lang LC_ALL=de_DE.UTF-8 LC_MESSAGES=zh_CN.UTF-8 LANG=zh
 check "LC_MESSAGES before LANG" 0 "$(lang LC_MESSAGES=zh_CN.UTF-8 LANG=en_GB.UTF-8)"
 check "empty LC_ALL skipped" 0 "$(lang LC_ALL= LANG=zh_SG.UTF-8)"
 
-echo "$passes passed, $failures failed"
-[ "$failures" -eq 0 ]
+finish
