@@ -175,6 +175,10 @@ unpack_root() { # tarball
     mnt --bind /dev/pts "$root/dev/pts"
     mnt --bind "$cache/archives" "$root/var/cache/apt/archives"
     mkdir -p "$root/tmp/.X11-unix"
+    if [ ! -d /tmp/.X11-unix ]; then # no X server has run on this machine yet
+        mkdir -p /tmp/.X11-unix
+        chmod 1777 /tmp/.X11-unix
+    fi
     mnt --bind /tmp/.X11-unix "$root/tmp/.X11-unix"
     cp "$deb" "$root/tmp/"
 }
