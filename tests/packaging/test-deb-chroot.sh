@@ -272,7 +272,8 @@ port="$(head -n 1 "$tmp/sim.out")"
 exec_line="$(sed -n 's/^Exec=//p' "$root/usr/share/applications/orv-tool.desktop")"
 window=""
 start_tool() { # log-name
-    as_tester ORV_EXTRA_PORTS="$port" sh -c "cd / && exec $exec_line" >"$tmp/$1.out" 2>"$tmp/$1.err" &
+    # From the home directory, as a desktop menu starts it.
+    as_tester ORV_EXTRA_PORTS="$port" sh -c "cd && exec $exec_line" >"$tmp/$1.out" 2>"$tmp/$1.err" &
     tool_pid=$!
     window="$(timeout 30 xdotool search --sync --onlyvisible --name 'ORV_KM7318_TOOL_V1.02' | head -n 1)" || true
     [ -n "$window" ] || {
