@@ -154,6 +154,66 @@ QPoint baudRateComboCentre(const QImage &img, const QRect &window)
     return button + QPoint((140 + 69 / 2) - (80 + 61 / 2), (60 + 22 / 2) - (92 + 31 / 2));
 }
 
+QString runOnDisplay(const QString &display, const QString &program, const QStringList &args,
+                     int *exitCode)
+{
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("DISPLAY", display);
+    p.setProcessEnvironment(env);
+    p.start(program, args);
+    const bool done = p.waitForFinished(15000);
+    if (exitCode)
+        *exitCode = done && p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    return QString::fromLocal8Bit(p.readAllStandardOutput());
+}
+
+QString findToolWindow(const QString &display)
+{
+    return runOnDisplay(display, "xdotool", {"search", "--name", kWindowTitle})
+        .split('\n', Qt::SkipEmptyParts)
+        .value(0);
+}
+
+QRect windowGeometry(const QString &display, const QString &windowId)
+{
+    QRect r;
+    const QString geometry =
+        runOnDisplay(display, "xdotool", {"getwindowgeometry", "--shell", windowId});
+    for (const QString &line : geometry.split('\n', Qt::SkipEmptyParts)) {
+        const QString key = line.section('=', 0, 0);
+        const int value = line.section('=', 1).toInt();
+        if (key == "X")
+            r.moveLeft(value);
+        else if (key == "Y")
+            r.moveTop(value);
+        else if (key == "WIDTH")
+            r.setWidth(value);
+        else if (key == "HEIGHT")
+            r.setHeight(value);
+    }
+    return r;
+}
+
+bool sendWindowDelete(const QString &display, const QString &windowId)
+{
+    Display *d = XOpenDisplay(display.toLocal8Bit().constData());
+    if (!d)
+        return false;
+    const Window w = Window(windowId.toULong());
+    XEvent e{};
+    e.xclient.type = ClientMessage;
+    e.xclient.window = w;
+    e.xclient.message_type = XInternAtom(d, "WM_PROTOCOLS", False);
+    e.xclient.format = 32;
+    e.xclient.data.l[0] = long(XInternAtom(d, "WM_DELETE_WINDOW", False));
+    e.xclient.data.l[1] = CurrentTime;
+    const Status sent = XSendEvent(d, w, False, NoEventMask, &e);
+    XFlush(d);
+    XCloseDisplay(d);
+    return sent != 0;
+}
+
 Session::Session() : runDir(std::make_unique<QTemporaryDir>()) {}
 
 Session::~Session()
@@ -171,15 +231,7 @@ bool Session::fail(const QString &message)
 
 QString Session::runX(const QString &program, const QStringList &args, int *exitCode)
 {
-    QProcess p;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("DISPLAY", displayName);
-    p.setProcessEnvironment(env);
-    p.start(program, args);
-    const bool done = p.waitForFinished(15000);
-    if (exitCode)
-        *exitCode = done && p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    return QString::fromLocal8Bit(p.readAllStandardOutput());
+    return runOnDisplay(displayName, program, args, exitCode);
 }
 
 bool Session::startXvfb()
@@ -259,9 +311,7 @@ bool Session::waitForWindow(int timeoutMs)
     QElapsedTimer t;
     t.start();
     while (windowId.isEmpty() && t.elapsed() < timeoutMs) {
-        windowId = runX("xdotool", {"search", "--name", kWindowTitle})
-                       .split('\n', Qt::SkipEmptyParts)
-                       .value(0);
+        windowId = findToolWindow(displayName);
         if (windowId.isEmpty()) {
             if (tool.process.state() == QProcess::NotRunning)
                 return fail("orv-tool ended before showing its window:\n" + toolErrorTail());
@@ -363,21 +413,7 @@ bool Session::typeKeys(const QString &id, const QString &keys)
 
 QRect Session::windowGeometry(const QString &id)
 {
-    QRect r;
-    const QString geometry = runX("xdotool", {"getwindowgeometry", "--shell", id});
-    for (const QString &line : geometry.split('\n', Qt::SkipEmptyParts)) {
-        const QString key = line.section('=', 0, 0);
-        const int value = line.section('=', 1).toInt();
-        if (key == "X")
-            r.moveLeft(value);
-        else if (key == "Y")
-            r.moveTop(value);
-        else if (key == "WIDTH")
-            r.setWidth(value);
-        else if (key == "HEIGHT")
-            r.setHeight(value);
-    }
-    return r;
+    return e2e::windowGeometry(displayName, id);
 }
 
 bool Session::tripleClick(const QPoint &p)
@@ -437,22 +473,8 @@ QString Session::primarySelection(int timeoutMs)
 
 bool Session::closeWindow(int timeoutMs)
 {
-    Display *d = XOpenDisplay(displayName.toLocal8Bit().constData());
-    if (!d)
-        return fail("cannot connect to " + displayName);
-    const Window w = Window(windowId.toULong());
-    XEvent e{};
-    e.xclient.type = ClientMessage;
-    e.xclient.window = w;
-    e.xclient.message_type = XInternAtom(d, "WM_PROTOCOLS", False);
-    e.xclient.format = 32;
-    e.xclient.data.l[0] = long(XInternAtom(d, "WM_DELETE_WINDOW", False));
-    e.xclient.data.l[1] = CurrentTime;
-    const Status sent = XSendEvent(d, w, False, NoEventMask, &e);
-    XFlush(d);
-    XCloseDisplay(d);
-    if (!sent)
-        return fail("WM_DELETE_WINDOW could not be sent");
+    if (!sendWindowDelete(displayName, windowId))
+        return fail("WM_DELETE_WINDOW could not be sent to " + displayName);
     if (!tool.process.waitForFinished(timeoutMs) && tool.process.state() != QProcess::NotRunning)
         return fail("the tool did not exit after its window was closed");
     return true;

@@ -54,6 +54,17 @@ QList<Blob> findDiscs(const QImage &img, const QRect &window); // target colour 
 QPoint openButtonCentre(const QImage &img, const QRect &window);
 QPoint baudRateComboCentre(const QImage &img, const QRect &window);
 
+// X helpers for windows that a session did not start itself.
+// Runs an X client program on the display; its standard output.
+QString runOnDisplay(const QString &display, const QString &program, const QStringList &args,
+                     int *exitCode = nullptr);
+// The id of the tool's window (by its title), empty while there is none.
+QString findToolWindow(const QString &display);
+// The window's rectangle on the screen (empty when xdotool knows no such window).
+QRect windowGeometry(const QString &display, const QString &windowId);
+// WM_DELETE_WINDOW to the window, as a window manager sends it on close.
+bool sendWindowDelete(const QString &display, const QString &windowId);
+
 class Session
 {
 public:
