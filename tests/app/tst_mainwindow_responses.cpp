@@ -2,7 +2,7 @@
 // cancel confirmations, targets, area presence and the display type. The
 // module is played on a pseudo-terminal.
 
-#include "test_mwharness.h"
+#include "mwharness.h"
 
 #include "app/mainwindow.h"
 #include "radar/frameformat.h"
@@ -375,4 +375,4 @@ private slots:
 };
 
 QTEST_MAIN(TestMainWindowResponses)
-#include "test_mainwindow_responses.moc"
+#include "tst_mainwindow_responses.moc"

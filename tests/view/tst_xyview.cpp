@@ -1157,4 +1157,4 @@ void TestXYView::setAxisRange()
 }
 
 QTEST_MAIN(TestXYView)
-#include "test_xyview.moc"
+#include "tst_xyview.moc"

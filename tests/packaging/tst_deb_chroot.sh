@@ -9,7 +9,7 @@
 # directory and nowhere else, and the tool exits with 0 when its window is
 # closed. Then the package is purged and the user's files must remain.
 #
-#   test-deb-chroot.sh BUILD-DIR PROBE
+#   tst_deb_chroot.sh BUILD-DIR PROBE
 #
 # Needs root, debootstrap, chroot and mounts; exits 77 (skipped) with the
 # reason otherwise. The root is cached in ${ORV_CHROOT_CACHE:-/var/cache/orv-tool-test}

@@ -2,7 +2,7 @@
 // and translated texts, what start-up restores from the settings file, and
 // that nothing is sent to the module while the window is being built.
 
-#include "test_mwharness.h"
+#include "mwharness.h"
 
 #include "app/mainwindow.h"
 #include "radar/radercommunicate.h"
@@ -800,4 +800,4 @@ private slots:
 };
 
 QTEST_MAIN(TestMainWindowLayout)
-#include "test_mainwindow_layout.moc"
+#include "tst_mainwindow_layout.moc"

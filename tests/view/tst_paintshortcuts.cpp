@@ -276,4 +276,4 @@ void TestPaintShortcuts::straightLinesAsDrawLine()
 }
 
 QTEST_MAIN(TestPaintShortcuts)
-#include "test_paintshortcuts.moc"
+#include "tst_paintshortcuts.moc"

@@ -3,7 +3,7 @@
 // reaction to a lost port or unreadable data. The module is played on a
 // pseudo-terminal; what the tool sends is checked byte for byte.
 
-#include "test_mwharness.h"
+#include "mwharness.h"
 
 #include "app/mainwindow.h"
 #include "radar/frameformat.h"
@@ -747,4 +747,4 @@ private slots:
 };
 
 QTEST_MAIN(TestMainWindowCommands)
-#include "test_mainwindow_commands.moc"
+#include "tst_mainwindow_commands.moc"

@@ -2,7 +2,7 @@
 // while the event loop ends with the restart code, and the language switch
 // goes through it. The event loop is replaced by a function of the test.
 
-#include "test_mwharness.h"
+#include "mwharness.h"
 
 #include "app/mainwindow.h"
 #include "app/restartloop.h"
@@ -174,4 +174,4 @@ private slots:
 };
 
 QTEST_APPLESS_MAIN(TestRestartLoop)
-#include "test_restartloop.moc"
+#include "tst_restartloop.moc"

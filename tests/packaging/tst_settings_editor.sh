@@ -3,7 +3,7 @@
 # and scripts/run use: what it writes must read back through QSettings-style
 # lines, other keys and groups must stay, and set-if-absent must never
 # overwrite a stored value.
-#   test-orv-settings.sh PATH-TO-orv-settings
+#   tst_settings_editor.sh PATH-TO-orv-settings
 set -u
 # shellcheck source=tests/packaging/checks.sh
 . "$(dirname "$0")/checks.sh"

@@ -981,4 +981,4 @@ void TestXYAxis::mappingRoundTrip()
 }
 
 QTEST_MAIN(TestXYAxis)
-#include "test_xyaxis.moc"
+#include "tst_xyaxis.moc"

@@ -1,4 +1,4 @@
-#include "test_mwharness.h"
+#include "mwharness.h"
 
 #include "app/mainwindow.h"
 #include "log/logger.h"

@@ -4,7 +4,7 @@
 # read-only home directory and the dialout hint. The launcher runs from a
 # scratch install tree whose program is a stand-in that records where and
 # how it was started.
-#   test-launcher.sh LAUNCHER ORV-SETTINGS TRANSLATIONS-DIR
+#   tst_launcher.sh LAUNCHER ORV-SETTINGS TRANSLATIONS-DIR
 set -u
 # shellcheck source=tests/packaging/checks.sh
 . "$(dirname "$0")/checks.sh"

@@ -3,7 +3,7 @@
 # launcher and the programs, the translation files, a valid desktop entry
 # whose command is installed, icons whose pictures have the size their
 # directory names, and manual pages that format without warnings.
-#   test-install-layout.sh BUILD-DIR WITH-CLI(0|1)
+#   tst_install_layout.sh BUILD-DIR WITH-CLI(0|1)
 set -u
 build="$1"
 with_cli="$2"

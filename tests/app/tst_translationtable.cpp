@@ -336,4 +336,4 @@ void TestTranslationTable::shippedFilesLoadByIndex()
 }
 
 QTEST_GUILESS_MAIN(TestTranslationTable)
-#include "test_translationtable.moc"
+#include "tst_translationtable.moc"

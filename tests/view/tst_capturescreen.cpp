@@ -1274,4 +1274,4 @@ private slots:
 };
 
 QTEST_MAIN(CaptureScreenTest)
-#include "test_capturescreen.moc"
+#include "tst_capturescreen.moc"
