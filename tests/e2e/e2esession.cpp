@@ -404,8 +404,10 @@ bool Session::typeKeys(const QString &id, const QString &keys)
 {
     QStringList args;
     if (!id.isEmpty())
-        args << "windowfocus" << "--sync" << id;
-    args << "key" << "--clearmodifiers" << keys.split(' ', Qt::SkipEmptyParts);
+        args << "windowfocus"
+             << "--sync" << id;
+    args << "key"
+         << "--clearmodifiers" << keys.split(' ', Qt::SkipEmptyParts);
     int rc = -1;
     runX("xdotool", args, &rc);
     return rc == 0 || fail("xdotool could not type " + keys);

@@ -130,8 +130,7 @@ void TestE2eBaudRate::wrongRateClosesTheLinkWithAMessage()
     QVERIFY2(before.copy(face) == after.copy(face),
              qPrintable("the open button differs: " + openShot + " " + againShot));
     t.restart();
-    while (s.simOutput().count("opened by the other side") < opensBefore + 1 &&
-           t.elapsed() < 5000)
+    while (s.simOutput().count("opened by the other side") < opensBefore + 1 && t.elapsed() < 5000)
         QTest::qWait(100);
     QCOMPARE(s.simOutput().count("opened by the other side"), opensBefore + 1);
     const QString second = s.waitForWindowTitled(title, 10000);

@@ -214,8 +214,8 @@ void TestSessionCommands::fromOrvCliRecord()
     const QString port = sim.start({"--baud", "9600", "--rate", "20", "--fixed", "0.5,2"});
     QVERIFY(!port.isEmpty());
     const QString log = dir.filePath("record.log");
-    const Run rec = orvCli({"record", "--port", port, "--baud", "9600", "-o", log, "--duration",
-                            "1.5"});
+    const Run rec =
+        orvCli({"record", "--port", port, "--baud", "9600", "-o", log, "--duration", "1.5"});
     QVERIFY2(rec.code == 0, rec.err.constData());
     const Run r = orvCli({"summary", "--json", log});
     QCOMPARE(r.code, 0);
