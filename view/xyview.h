@@ -4,10 +4,12 @@
 #include "view/arearecord.h"
 #include "view/labelglyphs.h"
 
+#include <QFont>
 #include <QImage>
 #include <QList>
 #include <QPointF>
 #include <QRect>
+#include <QRegion>
 #include <QString>
 #include <QWidget>
 
@@ -65,6 +67,23 @@ protected:
 private:
     const QImage &targetDiscImage(qreal pixelRatio);
 
+    // Partial repaints. Each change names only the pixels it changes; the
+    // paint then repaints only those, skipping what lies wholly outside them,
+    // so every repainted pixel comes out as a whole repaint would paint it.
+    // The bounds of the layers that do not move with targets or the mouse
+    // (axes, legend, areas) are taken in a whole paint; a change to any of
+    // them repaints everything.
+    void repaintRegion(const QRegion &region);
+    void repaintLayers();
+    // Label text and width of target k at point p, kept while p stays.
+    const QString &targetLabel(int k, QPointF p, int *width);
+    QRect targetBounds(int k, QPointF p);
+    QRegion crosshairBounds(QPoint mouse) const;
+    bool layerBoundsValid() const;
+    void repaintCrosshair();
+    // Glyphs for the widget's font; forgets label widths when it changed.
+    void prepareLabels();
+
     XYAxis *xAxis = nullptr;
     XYAxis *yAxis = nullptr;
     QRect frameRect;
@@ -85,4 +104,23 @@ private:
     // The "TargetPos" debug line written for every target painted.
     DebugLine targetPosLine{u"TargetPos"};
     qreal targetDiscRatio = 0;
+
+    // Pixels each target covers as last painted or set.
+    QRect targetRect[kMaxTargets];
+    struct TargetLabel {
+        QPointF point;
+        QString text;
+        int width = 0;
+        bool valid = false;
+    };
+    TargetLabel targetLabels[kMaxTargets];
+    // Bounds of the static layers, from the latest whole paint.
+    bool layerBoundsTaken = false;
+    QFont layerFont;
+    QFont layerAxisFont;
+    QRect xAxisBounds;
+    QRect yAxisBounds;
+    QRect legendBounds;
+    QRect areaBounds[3];
+    QRegion crosshairShown;
 };
