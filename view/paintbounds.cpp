@@ -4,6 +4,8 @@
 #include "view/xyaxis.h"
 
 #include <QFont>
+#include <QString>
+#include <QVector>
 
 #include <algorithm>
 #include <cmath>
@@ -16,9 +18,11 @@ namespace
 
 // Pixels beyond a glyph's advance that its ink may reach (bearings and
 // antialiasing), generously.
+// Labels and the crosshair text use digits, signs and brackets, whose
+// bearings are a small part of the font's height.
 int glyphSpill(const QFontMetrics &metrics)
 {
-    return metrics.maxWidth() / 2 + 2;
+    return metrics.height() / 4 + 2;
 }
 
 // Coordinates beyond this are not worked out; their bound is the widget.
@@ -34,46 +38,56 @@ QRect text(QPoint baseline, int advance, const QFontMetrics &metrics)
         QPoint(baseline.x() + std::max(advance, 0) + spill, baseline.y() + metrics.descent() + 2));
 }
 
+QRect anyText(QPoint baseline, const QString &text, int advance, const QFontMetrics &metrics)
+{
+    // Its ink rectangle (fallback fonts included), and the line's height
+    // over its advance with the widest glyph's half to spare.
+    const int spill = metrics.maxWidth() / 2 + 2;
+    const QRect line(
+        QPoint(baseline.x() - spill, baseline.y() - metrics.ascent() - 2),
+        QPoint(baseline.x() + std::max(advance, 0) + spill, baseline.y() + metrics.descent() + 2));
+    return line | metrics.boundingRect(text).translated(baseline).adjusted(-2, -2, 2, 2);
+}
+
 QRect axis(const XYAxis &axis, QPaintDevice *device)
 {
-    // The labels use a default font at 14 points (whole multiples of the
-    // range) or 12 pixels; the larger of the two bounds both.
+    // Placed as XYAxis::draw places them: each label in a default font at
+    // 14 points (whole multiples of the range) or 12 pixels, measured by its
+    // ink rectangle; the label's ink is that rectangle moved to where the
+    // label is drawn.
     QFont major;
     major.setPointSize(14);
     QFont minor;
     minor.setPixelSize(12);
-    const QFontMetrics big(major, device);
-    const QFontMetrics small(minor, device);
-    const int height = std::max(big.height(), small.height());
-    const int ascent = std::max(big.ascent(), small.ascent());
-    const int descent = std::max(big.descent(), small.descent());
-    const int charWidth = std::max(big.maxWidth(), small.maxWidth());
-    const int spill = charWidth / 2 + 2;
+    const QFontMetrics majorMetrics(major, device);
+    const QFontMetrics minorMetrics(minor, device);
 
     const QRect strip = axis.axisRectangle();
     const QVector<int> &ticks = axis.tickPositionList();
     const QVector<QString> &labels = axis.tickLabelList();
     QRect bound;
-    if (axis.axisPosition() == XYAxis::Bottom) {
+    if (axis.axisPosition() == XYAxis::Bottom)
         bound = line(strip.left(), strip.top(), strip.right(), strip.top());
-        const int baseline = strip.top() + 5 + height;
-        for (int i = 0; i < ticks.size(); ++i) {
-            const int x = ticks.at(i);
-            const int half = (labels.value(i).size() * charWidth) / 2 + spill;
-            bound |= line(x, strip.top(), x, strip.top() + 5);
-            bound |= QRect(QPoint(x - half, baseline - ascent - 2),
-                           QPoint(x + half, baseline + descent + 2));
-        }
-    } else if (axis.axisPosition() == XYAxis::Left) {
+    else if (axis.axisPosition() == XYAxis::Left)
         bound = line(strip.right(), strip.top(), strip.right(), strip.bottom());
-        for (int i = 0; i < ticks.size(); ++i) {
+    else
+        return bound;
+    for (int i = 0; i < ticks.size() && i < labels.size(); ++i) {
+        const QFontMetrics &metrics = axis.isMajorTick(i) ? majorMetrics : minorMetrics;
+        const QRect ink = metrics.boundingRect(labels.at(i));
+        const int h = metrics.height();
+        const int w = ink.width();
+        QPoint origin;
+        if (axis.axisPosition() == XYAxis::Bottom) {
+            const int x = ticks.at(i);
+            bound |= line(x, strip.top(), x, strip.top() + 5);
+            origin = QPoint(x - w / 2, strip.top() + 5 + h);
+        } else {
             const int y = ticks.at(i);
-            const int width = labels.value(i).size() * charWidth;
-            const int baseline = y + height / 2;
             bound |= line(strip.right(), y, strip.right() - 5, y);
-            bound |= QRect(QPoint(strip.right() - 5 - width - spill, baseline - ascent - 2),
-                           QPoint(strip.right() - 5 + spill, baseline + descent + 2));
+            origin = QPoint(strip.right() - w - 5, y + h / 2);
         }
+        bound |= ink.translated(origin).adjusted(-2, -2, 2, 2);
     }
     return bound;
 }

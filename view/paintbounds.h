@@ -4,6 +4,7 @@
 #include <QPoint>
 #include <QPointF>
 #include <QRect>
+#include <QString>
 
 class XYAxis;
 class QPaintDevice;
@@ -16,8 +17,14 @@ class QPaintDevice;
 namespace paintbounds
 {
 
-// A text drawn with its baseline starting at `baseline`, `advance` pixels wide.
+// A text of digits, signs and brackets (a target label, the crosshair's
+// values) drawn with its baseline starting at `baseline`, `advance` pixels
+// wide.
 QRect text(QPoint baseline, int advance, const QFontMetrics &metrics);
+
+// Any text (the legend's translated words) drawn with its baseline starting
+// at `baseline`.
+QRect anyText(QPoint baseline, const QString &text, int advance, const QFontMetrics &metrics);
 
 // Everything XYAxis::draw paints for the axis on `device`: the axis line,
 // the tick marks and the tick labels.

@@ -412,14 +412,18 @@ void XYView::paintEvent(QPaintEvent *event)
 
     // Grid on the major ticks (whole multiples of the axis range) only.
     painter.setPen(kGridColour);
-    const QVector<int> majorX = xAxis->majorTickPositions();
-    for (int x : majorX) {
-        if (plotRect.left() <= x && x <= plotRect.right())
+    if (takeBounds) {
+        majorX = xAxis->majorTickPositions();
+        majorY = yAxis->majorTickPositions();
+    }
+    for (int x : qAsConst(majorX)) {
+        if (plotRect.left() <= x && x <= plotRect.right() &&
+            needed(QRect(x, plotRect.top(), 1, plotRect.height())))
             drawStraightLine(&painter, x, plotRect.top(), x, plotRect.bottom());
     }
-    const QVector<int> majorY = yAxis->majorTickPositions();
-    for (int y : majorY) {
-        if (plotRect.top() <= y && y <= plotRect.bottom())
+    for (int y : qAsConst(majorY)) {
+        if (plotRect.top() <= y && y <= plotRect.bottom() &&
+            needed(QRect(plotRect.left(), y, plotRect.width(), 1)))
             drawStraightLine(&painter, plotRect.left(), y, plotRect.right(), y);
     }
 
@@ -460,7 +464,7 @@ void XYView::paintEvent(QPaintEvent *event)
             painter.drawText(baseline, text);
             if (takeBounds)
                 legendBounds |= boxes[b].adjusted(-2, -2, 2, 2) |
-                                paintbounds::text(baseline, w, metrics);
+                                paintbounds::anyText(baseline, text, w, metrics);
         }
         painter.restore();
     }

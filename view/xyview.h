@@ -11,6 +11,7 @@
 #include <QRect>
 #include <QRegion>
 #include <QString>
+#include <QVector>
 #include <QWidget>
 
 class XYAxis;
@@ -118,6 +119,8 @@ private:
     bool layerBoundsTaken = false;
     QFont layerFont;
     QFont layerAxisFont;
+    QVector<int> majorX;
+    QVector<int> majorY;
     QRect xAxisBounds;
     QRect yAxisBounds;
     QRect legendBounds;
