@@ -117,7 +117,9 @@ void XYView::refresh()
 
 void XYView::repaintLayers()
 {
-    layerBoundsTaken = false;
+    layersPainted = false;
+    layerBoundsKnown = false;
+    paintPending = true;
     update();
 }
 
@@ -125,17 +127,71 @@ void XYView::repaintRegion(const QRegion &region)
 {
     // Every change that repaints still gives one paint (which writes its
     // debug lines), even when no pixel changes or the change lies outside
-    // the widget: then one pixel is repainted, as it was.
+    // the widget: then one pixel is repainted, unless a paint is already
+    // due, which Qt would merge it into.
     const QRegion inside = region.intersected(rect());
-    if (inside.isEmpty())
-        update(rect().intersected(QRect(0, 0, 1, 1)));
-    else
+    if (!inside.isEmpty()) {
+        paintPending = true;
         update(inside);
+    } else if (!paintPending || !isVisible()) {
+        paintPending = true;
+        update(rect().intersected(QRect(0, 0, 1, 1)));
+    }
 }
 
-bool XYView::layerBoundsValid() const
+bool XYView::layersUnchanged() const
 {
-    return layerBoundsTaken && layerFont == font() && layerAxisFont == QFont();
+    return layersPainted && layerFont == font() && layerAxisFont == QFont();
+}
+
+void XYView::takeLayerBounds(QPainter *painter)
+{
+    xAxisBounds = paintbounds::axis(*xAxis, this);
+    yAxisBounds = paintbounds::axis(*yAxis, this);
+
+    const QFontMetrics metrics = fontMetrics();
+    TranslationTable &table = translationTable();
+    legendBounds = QRect();
+    const QRect boxA(plotRect.right() - 310, plotRect.top() + 5, 99, 25);
+    const QRect boxes[3] = {boxA, QRect(boxA.left() + 100, boxA.top(), 99, 25),
+                            QRect(boxA.left() + 200, boxA.top(), 100, 25)};
+    const int numbers[3] = {27, 3, 4};
+    for (int b = 0; b < 3; ++b) {
+        const QString text = table.text(numbers[b]);
+        const int w = metrics.horizontalAdvance(text);
+        const QPoint baseline(boxes[b].x() + (100 - w) / 2, boxes[b].y() + 16);
+        legendBounds |=
+            boxes[b].adjusted(-2, -2, 2, 2) | paintbounds::anyText(baseline, text, w, metrics);
+    }
+
+    // Each drawn area's box and label, placed as the paint places them.
+    for (int i = 0; i < 3; ++i) {
+        areaBounds[i] = QRect();
+        const QRectF r = areas[i].rect;
+        if (!showAreas || areas[i].status != 1)
+            continue;
+        const QPointF p1 = valueToPixel(r.topLeft());
+        const QPointF p2 = valueToPixel(r.bottomRight());
+        const double w = std::fabs(p2.x() - p1.x());
+        const double h = std::fabs(p2.y() - p1.y());
+        if (!(std::fabs(p1.x()) < 1e6 && std::fabs(p1.y()) < 1e6 && w < 1e6 && h < 1e6)) {
+            areaBounds[i] = rect(); // far out or huge: not worked out
+            continue;
+        }
+        const QRect box(truncateToInt(p1.x()), truncateToInt(p1.y()), truncateToInt(w),
+                        truncateToInt(h));
+        const QString label = QStringLiteral("%1%2").arg(table.text(areas[i].type == 0 ? 3 : 4),
+                                                         QString::number(i + 1));
+        const QRect labelRect(truncateToInt(p1.x() + w * 0.25), truncateToInt(p1.y() + h * 0.5),
+                              truncateToInt(w * 0.5), truncateToInt(h * 0.5));
+        const QRect text =
+            painter->boundingRect(QRectF(labelRect), label, QTextOption()).toAlignedRect();
+        const int spill = metrics.maxWidth() / 2 + 2;
+        areaBounds[i] =
+            box.normalized().adjusted(-2, -2, 2, 2) | text.adjusted(-spill, -spill, spill, spill);
+    }
+    crosshairShown = crosshairBounds(mousePos);
+    layerBoundsKnown = true;
 }
 
 const QString &XYView::targetLabel(int k, QPointF p, int *width)
@@ -153,11 +209,27 @@ const QString &XYView::targetLabel(int k, QPointF p, int *width)
     return label.text;
 }
 
-QRect XYView::targetBounds(int k, QPointF p)
+int XYView::labelWidthBound(int k, QPointF p) const
 {
-    int width = 0;
-    targetLabel(k, p, &width);
-    return paintbounds::target(valueToPixel(p), kDiscMargin, width, fontMetrics(), rect());
+    // "%1:(%2,%3)": the number's digits, four signs, and each coordinate
+    // with one decimal: a minus, its whole digits (one more for a carry in
+    // rounding), the point and the decimal.
+    auto digits = [](double v) {
+        if (!std::isfinite(v))
+            return 3; // "inf", "nan": no wider than three digits and a point
+        const double a = std::fabs(v);
+        return (a < 10.0 ? 1 : int(std::floor(std::log10(a))) + 1) + 2;
+    };
+    const int number = k + 1 < 10 ? 1 : (k + 1 < 100 ? 2 : 3);
+    const double width =
+        (number + digits(p.x()) + digits(p.y())) * labelDigitWidth + labelSignsWidth;
+    return int(std::ceil(width)) + 2;
+}
+
+QRect XYView::targetBounds(int k, QPointF p, const QFontMetrics &metrics) const
+{
+    return paintbounds::target(valueToPixel(p), kDiscMargin, labelWidthBound(k, p), metrics,
+                               rect());
 }
 
 QRegion XYView::crosshairBounds(QPoint mouse) const
@@ -224,15 +296,20 @@ void XYView::setTargets(QList<QPointF> list)
     targetCount = count;
     condLockUnlock(targetLock);
 
-    // Old and new pixels of every target that moved, came or went.
-    prepareLabels();
+    // Old and new pixels of every target that moved, came or went; the new
+    // label's width is bounded from its length (its text is made when it is
+    // painted, so that an update allocates nothing).
     Damage damage;
-    for (int m = 0; m < movedCount; ++m) {
-        const int k = moved[m];
-        if (k < oldCount)
+    if (movedCount > 0) {
+        prepareLabels();
+        const QFontMetrics metrics = fontMetrics();
+        for (int m = 0; m < movedCount; ++m) {
+            const int k = moved[m];
+            if (k < oldCount)
+                damage.add(targetRect[k]);
+            targetRect[k] = targetBounds(k, targets[k], metrics);
             damage.add(targetRect[k]);
-        targetRect[k] = targetBounds(k, targets[k]);
-        damage.add(targetRect[k]);
+        }
     }
     for (int k = count; k < oldCount; ++k)
         damage.add(targetRect[k]);
@@ -382,7 +459,8 @@ void XYView::resizeEvent(QResizeEvent *event)
     yAxis->setAxisRect(QRect(frameRect.left(), frameRect.top(), 51, frameRect.height() - 50));
     plotRect = frameRect.adjusted(50, 0, 0, -50);
     // Qt repaints the whole widget after a resize; the layers' bounds go.
-    layerBoundsTaken = false;
+    layersPainted = false;
+    layerBoundsKnown = false;
 }
 
 void XYView::prepareLabels()
@@ -392,6 +470,23 @@ void XYView::prepareLabels()
     labelGlyphs.prepare(font(), this);
     for (TargetLabel &label : targetLabels)
         label.valid = false;
+    // Widths that bound a label's: its digits and its other signs (with
+    // some room for rounding), or the font's widest glyph for every
+    // character when labels go the usual way.
+    const QFontMetricsF metrics(font(), this);
+    if (labelGlyphs.isUsable()) {
+        qreal digit = 0;
+        for (QChar c : QStringLiteral("0123456789"))
+            digit = std::max(digit, metrics.horizontalAdvance(c));
+        labelDigitWidth = digit * 1.05 + 0.5;
+        labelSignsWidth = 0;
+        for (QChar c : QStringLiteral(":(,)-.-.")) // "inf" and "nan" count as digits
+            labelSignsWidth += metrics.horizontalAdvance(c) * 1.05 + 0.5;
+        labelSignsWidth = std::max(labelSignsWidth, 3 * labelDigitWidth);
+    } else {
+        labelDigitWidth = metrics.maxWidth();
+        labelSignsWidth = 8 * metrics.maxWidth();
+    }
 }
 
 void XYView::paintEvent(QPaintEvent *event)
@@ -404,15 +499,17 @@ void XYView::paintEvent(QPaintEvent *event)
     // A paint of part of the widget skips what lies wholly outside that
     // part; one of the whole widget (or one after a layer changed) paints
     // everything and takes the layers' bounds for the partial ones.
+    paintPending = false;
     const QRegion &dirty = event->region();
     const bool whole = dirty.rectCount() == 1 && dirty.boundingRect().contains(rect());
-    const bool partial = !whole && layerBoundsValid();
-    const bool takeBounds = !partial;
+    const bool partial = !whole && layersUnchanged();
+    if (partial && !layerBoundsKnown)
+        takeLayerBounds(&painter);
     auto needed = [&](const QRect &bounds) { return !partial || dirty.intersects(bounds); };
 
     // Grid on the major ticks (whole multiples of the axis range) only.
     painter.setPen(kGridColour);
-    if (takeBounds) {
+    if (!partial) {
         majorX = xAxis->majorTickPositions();
         majorY = yAxis->majorTickPositions();
     }
@@ -429,10 +526,6 @@ void XYView::paintEvent(QPaintEvent *event)
 
     // Axes.
     painter.setPen(kAxisColour);
-    if (takeBounds) {
-        xAxisBounds = paintbounds::axis(*xAxis, this);
-        yAxisBounds = paintbounds::axis(*yAxis, this);
-    }
     if (needed(xAxisBounds))
         xAxis->draw(&painter);
     if (needed(yAxisBounds))
@@ -443,8 +536,6 @@ void XYView::paintEvent(QPaintEvent *event)
     const QRect boxA(plotRect.right() - 310, plotRect.top() + 5, 99, 25);
     const QRect boxB(boxA.left() + 100, boxA.top(), 99, 25);
     const QRect boxC(boxB.left() + 100, boxB.top(), 100, 25);
-    if (takeBounds)
-        legendBounds = QRect();
     if (needed(legendBounds)) {
         painter.save();
         painter.setRenderHint(QPainter::Antialiasing, true);
@@ -462,9 +553,6 @@ void XYView::paintEvent(QPaintEvent *event)
             const int w = metrics.horizontalAdvance(text);
             const QPoint baseline(boxes[b].x() + (100 - w) / 2, boxes[b].y() + 16);
             painter.drawText(baseline, text);
-            if (takeBounds)
-                legendBounds |= boxes[b].adjusted(-2, -2, 2, 2) |
-                                paintbounds::anyText(baseline, text, w, metrics);
         }
         painter.restore();
     }
@@ -478,8 +566,6 @@ void XYView::paintEvent(QPaintEvent *event)
             painter.save();
             painter.setRenderHint(QPainter::Antialiasing, true);
             painter.setRenderHint(QPainter::TextAntialiasing, true);
-            if (takeBounds)
-                areaBounds[i] = QRect();
             if (areas[i].status != 1) {
                 painter.restore();
                 continue;
@@ -515,17 +601,6 @@ void XYView::paintEvent(QPaintEvent *event)
             const QRect labelRect(truncateToInt(p1.x() + w * 0.25), truncateToInt(p1.y() + h * 0.5),
                                   truncateToInt(w * 0.5), truncateToInt(h * 0.5));
             painter.drawText(QRectF(labelRect), label, QTextOption());
-            if (takeBounds) {
-                // Far-out or huge areas are not bounded: the whole widget.
-                const bool far = !(std::fabs(p1.x()) < 1e6 && std::fabs(p1.y()) < 1e6 &&
-                                   w < 1e6 && h < 1e6);
-                const QRect text = painter.boundingRect(QRectF(labelRect), label, QTextOption())
-                                       .toAlignedRect();
-                const int spill = metrics.maxWidth() / 2 + 2;
-                areaBounds[i] = far ? rect()
-                                    : box.normalized().adjusted(-2, -2, 2, 2) |
-                                          text.adjusted(-spill, -spill, spill, spill);
-            }
             painter.restore();
         }
     }
@@ -567,8 +642,6 @@ void XYView::paintEvent(QPaintEvent *event)
 
     // Crosshair.
     painter.setPen(kCrosshairIdleColour);
-    if (takeBounds)
-        crosshairShown = crosshairBounds(mousePos);
     if (plotRect.isValid() && plotRect.contains(mousePos) &&
         (!partial || dirty.intersects(crosshairShown))) {
         painter.setPen(kCrosshairColour);
@@ -577,8 +650,8 @@ void XYView::paintEvent(QPaintEvent *event)
         painter.drawText(QPoint(mousePos.x() + 10, mousePos.y() - 10), crosshairText(mousePos));
     }
 
-    if (takeBounds) {
-        layerBoundsTaken = true;
+    if (!partial) {
+        layersPainted = true;
         layerFont = font();
         layerAxisFont = QFont();
     }

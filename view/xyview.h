@@ -15,6 +15,7 @@
 #include <QWidget>
 
 class XYAxis;
+class QPainter;
 struct CondLock;
 
 // The radar plane: grid on whole metres, labelled axes, legend, the three
@@ -78,9 +79,13 @@ private:
     void repaintLayers();
     // Label text and width of target k at point p, kept while p stays.
     const QString &targetLabel(int k, QPointF p, int *width);
-    QRect targetBounds(int k, QPointF p);
+    // A width no narrower than target k's label at p, without making it.
+    int labelWidthBound(int k, QPointF p) const;
+    QRect targetBounds(int k, QPointF p, const QFontMetrics &metrics) const;
     QRegion crosshairBounds(QPoint mouse) const;
-    bool layerBoundsValid() const;
+    // True while the layers are as last painted whole.
+    bool layersUnchanged() const;
+    void takeLayerBounds(QPainter *painter);
     void repaintCrosshair();
     // Glyphs for the widget's font; forgets label widths when it changed.
     void prepareLabels();
@@ -115,8 +120,14 @@ private:
         bool valid = false;
     };
     TargetLabel targetLabels[kMaxTargets];
-    // Bounds of the static layers, from the latest whole paint.
-    bool layerBoundsTaken = false;
+    // The layers as last painted whole, and their bounds, taken by the
+    // first partial paint after that.
+    bool layersPainted = false;
+    bool layerBoundsKnown = false;
+    // A paint is due (Qt merges further updates into it).
+    bool paintPending = false;
+    qreal labelDigitWidth = 0;
+    qreal labelSignsWidth = 0;
     QFont layerFont;
     QFont layerAxisFont;
     QVector<int> majorX;
