@@ -178,13 +178,20 @@ int main(int argc, char *argv[])
         "CPU time of orv-tool per report period, in a real window under Xvfb against radar-sim.\n"
         "With --compare, a second orv-tool build runs at the same time and is measured over the\n"
         "same windows. The tools' standard error goes to /dev/null; debug output stays on\n"
-        "unless --no-debug is given.");
+        "unless --no-debug is given. Each orv-tool needs its translation files beside it, as\n"
+        "the build puts them. Needs Xvfb, xdotool and ImageMagick's import.\n"
+        "Exit codes: 0 measured, 1 a tool or its session could not be set up or ended early,\n"
+        "2 bad command line.");
     parser.addHelpOption();
-    const QCommandLineOption rateOpt("rate", "Reports per second (radar-sim --rate).", "hz", "10");
-    const QCommandLineOption targetsOpt("targets", "People (radar-sim --targets).", "n", "3");
-    const QCommandLineOption warmOpt("warmup", "Seconds after opening before measuring.", "s", "5");
-    const QCommandLineOption windowOpt("window", "Seconds per measuring window.", "s", "10");
-    const QCommandLineOption roundsOpt("rounds", "Measuring windows.", "n", "3");
+    const QCommandLineOption rateOpt("rate", "Reports per second (radar-sim --rate; default 10).",
+                                     "hz", "10");
+    const QCommandLineOption targetsOpt("targets", "People (radar-sim --targets; default 3).", "n",
+                                        "3");
+    const QCommandLineOption warmOpt(
+        "warmup", "Seconds after opening before measuring (default 5).", "s", "5");
+    const QCommandLineOption windowOpt("window", "Seconds per measuring window (default 10).", "s",
+                                       "10");
+    const QCommandLineOption roundsOpt("rounds", "Measuring windows (default 3).", "n", "3");
     const QCommandLineOption toolOpt("tool", "orv-tool to measure (default: this build's).", "path",
                                      QStringLiteral(ORV_TOOL_BIN));
     const QCommandLineOption compareOpt("compare", "A second orv-tool to measure beside it.",
@@ -192,7 +199,8 @@ int main(int argc, char *argv[])
     const QCommandLineOption noDebugOpt(
         "no-debug", "Start the tools with QT_LOGGING_RULES=default.debug=false.");
     const QCommandLineOption mouseOpt(
-        "mouse-wait", "Milliseconds the crosshair may take to follow the mouse.", "ms", "200");
+        "mouse-wait", "Milliseconds the crosshair may take to follow the mouse (default 200).",
+        "ms", "200");
     parser.addOptions({rateOpt, targetsOpt, warmOpt, windowOpt, roundsOpt, toolOpt, compareOpt,
                        noDebugOpt, mouseOpt});
     parser.process(app);
