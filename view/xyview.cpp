@@ -1,4 +1,5 @@
 #include "view/xyview.h"
+#include "view/paintbounds.h"
 #include "view/straightline.h"
 #include "view/truncation.h"
 
@@ -35,6 +36,43 @@ const QColor kCrosshairIdleColour(255, 0, 0, 100);
 const QColor kCrosshairColour(255, 0, 0, 255);
 // Room around the cached target disc for its antialiased outline.
 constexpr int kDiscMargin = 2;
+// A change touching more targets than this repaints their bounding box
+// instead of a region of many small rectangles.
+constexpr int kMaxDamageRects = 32;
+
+// Exactly the same point (no fuzzy comparison; NaN never is).
+bool samePoint(QPointF a, QPointF b)
+{
+    return a.x() == b.x() && a.y() == b.y();
+}
+
+bool sameArea(const AreaRecord &a, const AreaRecord &b)
+{
+    return a.index == b.index && a.type == b.type && a.status == b.status &&
+           a.rect.left() == b.rect.left() && a.rect.top() == b.rect.top() &&
+           a.rect.width() == b.rect.width() && a.rect.height() == b.rect.height();
+}
+
+// Collects changed rectangles; past kMaxDamageRects it keeps their bounding
+// box, which QRegion handles far faster than many rectangles.
+class Damage
+{
+public:
+    void add(const QRect &r)
+    {
+        if (r.isEmpty())
+            return;
+        box |= r;
+        if (++count <= kMaxDamageRects)
+            region += r;
+    }
+    QRegion toRegion() const { return count <= kMaxDamageRects ? region : QRegion(box); }
+
+private:
+    QRegion region;
+    QRect box;
+    int count = 0;
+};
 
 } // namespace
 
@@ -74,15 +112,149 @@ XYView::~XYView()
 
 void XYView::refresh()
 {
+    repaintLayers();
+}
+
+void XYView::repaintLayers()
+{
+    layersPainted = false;
+    layerBoundsKnown = false;
+    paintPending = true;
     update();
+}
+
+void XYView::repaintRegion(const QRegion &region)
+{
+    // Every change that repaints still gives one paint (which writes its
+    // debug lines), even when no pixel changes or the change lies outside
+    // the widget: then one pixel is repainted, unless a paint is already
+    // due, which Qt would merge it into.
+    const QRegion inside = region.intersected(rect());
+    if (!inside.isEmpty()) {
+        paintPending = true;
+        update(inside);
+    } else if (!paintPending || !isVisible()) {
+        paintPending = true;
+        update(rect().intersected(QRect(0, 0, 1, 1)));
+    }
+}
+
+bool XYView::layersUnchanged() const
+{
+    return layersPainted && layerFont == font() && layerAxisFont == QFont();
+}
+
+void XYView::takeLayerBounds(QPainter *painter)
+{
+    xAxisBounds = paintbounds::axis(*xAxis, this);
+    yAxisBounds = paintbounds::axis(*yAxis, this);
+
+    const QFontMetrics metrics = fontMetrics();
+    TranslationTable &table = translationTable();
+    legendBounds = QRect();
+    const QRect boxA(plotRect.right() - 310, plotRect.top() + 5, 99, 25);
+    const QRect boxes[3] = {boxA, QRect(boxA.left() + 100, boxA.top(), 99, 25),
+                            QRect(boxA.left() + 200, boxA.top(), 100, 25)};
+    const int numbers[3] = {27, 3, 4};
+    for (int b = 0; b < 3; ++b) {
+        const QString text = table.text(numbers[b]);
+        const int w = metrics.horizontalAdvance(text);
+        const QPoint baseline(boxes[b].x() + (100 - w) / 2, boxes[b].y() + 16);
+        legendBounds |=
+            boxes[b].adjusted(-2, -2, 2, 2) | paintbounds::anyText(baseline, text, w, metrics);
+    }
+
+    // Each drawn area's box and label, placed as the paint places them.
+    for (int i = 0; i < 3; ++i) {
+        areaBounds[i] = QRect();
+        const QRectF r = areas[i].rect;
+        if (!showAreas || areas[i].status != 1)
+            continue;
+        const QPointF p1 = valueToPixel(r.topLeft());
+        const QPointF p2 = valueToPixel(r.bottomRight());
+        const double w = std::fabs(p2.x() - p1.x());
+        const double h = std::fabs(p2.y() - p1.y());
+        if (!(std::fabs(p1.x()) < 1e6 && std::fabs(p1.y()) < 1e6 && w < 1e6 && h < 1e6)) {
+            areaBounds[i] = rect(); // far out or huge: not worked out
+            continue;
+        }
+        const QRect box(truncateToInt(p1.x()), truncateToInt(p1.y()), truncateToInt(w),
+                        truncateToInt(h));
+        const QString label = QStringLiteral("%1%2").arg(table.text(areas[i].type == 0 ? 3 : 4),
+                                                         QString::number(i + 1));
+        const QRect labelRect(truncateToInt(p1.x() + w * 0.25), truncateToInt(p1.y() + h * 0.5),
+                              truncateToInt(w * 0.5), truncateToInt(h * 0.5));
+        const QRect text =
+            painter->boundingRect(QRectF(labelRect), label, QTextOption()).toAlignedRect();
+        const int spill = metrics.maxWidth() / 2 + 2;
+        areaBounds[i] =
+            box.normalized().adjusted(-2, -2, 2, 2) | text.adjusted(-spill, -spill, spill, spill);
+    }
+    crosshairShown = crosshairBounds(mousePos);
+    layerBoundsKnown = true;
+}
+
+const QString &XYView::targetLabel(int k, QPointF p, int *width)
+{
+    TargetLabel &label = targetLabels[k];
+    if (!label.valid || !samePoint(label.point, p)) {
+        label.text = QStringLiteral("%1:(%2,%3)")
+                         .arg(QString::number(k + 1), QString::number(p.x(), 'f', 1),
+                              QString::number(p.y(), 'f', 1));
+        label.width = labelGlyphs.horizontalAdvance(label.text);
+        label.point = p;
+        label.valid = true;
+    }
+    *width = label.width;
+    return label.text;
+}
+
+int XYView::labelWidthBound(int k, QPointF p) const
+{
+    // "%1:(%2,%3)": the number's digits, four signs, and each coordinate
+    // with one decimal: a minus, its whole digits (one more for a carry in
+    // rounding), the point and the decimal.
+    auto digits = [](double v) {
+        if (!std::isfinite(v))
+            return 3; // "inf", "nan": no wider than three digits and a point
+        const double a = std::fabs(v);
+        return (a < 10.0 ? 1 : int(std::floor(std::log10(a))) + 1) + 2;
+    };
+    const int number = k + 1 < 10 ? 1 : (k + 1 < 100 ? 2 : 3);
+    const double width =
+        (number + digits(p.x()) + digits(p.y())) * labelDigitWidth + labelSignsWidth;
+    return int(std::ceil(width)) + 2;
+}
+
+QRect XYView::targetBounds(int k, QPointF p, const QFontMetrics &metrics) const
+{
+    return paintbounds::target(valueToPixel(p), kDiscMargin, labelWidthBound(k, p), metrics,
+                               rect());
+}
+
+QRegion XYView::crosshairBounds(QPoint mouse) const
+{
+    if (!plotRect.isValid() || !plotRect.contains(mouse))
+        return QRegion();
+    QRegion bounds(
+        paintbounds::line(mouse.x(), plotRect.top(), mouse.x(), plotRect.bottom()));
+    bounds += paintbounds::line(plotRect.left(), mouse.y(), plotRect.right(), mouse.y());
+    const QFontMetrics metrics = fontMetrics();
+    const QPoint baseline(mouse.x() + 10, mouse.y() - 10);
+    bounds += paintbounds::text(baseline, metrics.horizontalAdvance(crosshairText(mouse)), metrics);
+    return bounds;
 }
 
 void XYView::setAreaInfo(int index, const AreaRecord &area)
 {
     if (static_cast<unsigned>(index) > 2)
         return;
+    const bool changed = !sameArea(areas[index], area);
     areas[index] = area;
-    update();
+    if (changed)
+        repaintLayers();
+    else
+        repaintRegion(QRegion());
 }
 
 AreaRecord XYView::areaInfo(int index) const
@@ -94,23 +266,54 @@ AreaRecord XYView::areaInfo(int index) const
 
 void XYView::clearAreas()
 {
-    for (AreaRecord &area : areas)
+    bool changed = false;
+    for (AreaRecord &area : areas) {
+        changed = changed || !sameArea(area, AreaRecord());
         area = AreaRecord();
-    update();
+    }
+    if (changed)
+        repaintLayers();
+    else
+        repaintRegion(QRegion());
 }
 
 void XYView::setTargets(QList<QPointF> list)
 {
     if (!targetLock)
         return;
+    int moved[kMaxTargets];
+    int movedCount = 0;
     condLockLock(targetLock);
+    const int oldCount = targetCount;
     // The array holds kMaxTargets points; longer lists are cut.
     const int count = list.size() < kMaxTargets ? list.size() : kMaxTargets;
-    for (int k = 0; k < count; ++k)
-        targets[k] = list.at(k);
+    for (int k = 0; k < count; ++k) {
+        const QPointF p = list.at(k);
+        if (k >= oldCount || !samePoint(targets[k], p))
+            moved[movedCount++] = k;
+        targets[k] = p;
+    }
     targetCount = count;
     condLockUnlock(targetLock);
-    update();
+
+    // Old and new pixels of every target that moved, came or went; the new
+    // label's width is bounded from its length (its text is made when it is
+    // painted, so that an update allocates nothing).
+    Damage damage;
+    if (movedCount > 0) {
+        prepareLabels();
+        const QFontMetrics metrics = fontMetrics();
+        for (int m = 0; m < movedCount; ++m) {
+            const int k = moved[m];
+            if (k < oldCount)
+                damage.add(targetRect[k]);
+            targetRect[k] = targetBounds(k, targets[k], metrics);
+            damage.add(targetRect[k]);
+        }
+    }
+    for (int k = count; k < oldCount; ++k)
+        damage.add(targetRect[k]);
+    repaintRegion(damage.toRegion());
 }
 
 int XYView::targetCountShown() const
@@ -120,14 +323,23 @@ int XYView::targetCountShown() const
 
 void XYView::setAreaOccupancy(char mask)
 {
+    // Only bits 0..2 colour an area.
+    const bool changed = ((areaOccupancy ^ mask) & 0x07) != 0;
     areaOccupancy = mask;
-    update();
+    if (changed)
+        repaintLayers();
+    else
+        repaintRegion(QRegion());
 }
 
 void XYView::setShowAreas(bool show)
 {
+    const bool changed = showAreas != show;
     showAreas = show;
-    update();
+    if (changed)
+        repaintLayers();
+    else
+        repaintRegion(QRegion());
 }
 
 void XYView::setAxisRange(QPointF xRange, QPointF yRange)
@@ -136,7 +348,7 @@ void XYView::setAxisRange(QPointF xRange, QPointF yRange)
     yAxis->configure(XYAxis::Left, yRange.x(), yRange.y(), 1.0, yRange.x(), yRange.y());
     xAxis->updateAxis();
     yAxis->updateAxis();
-    update();
+    repaintLayers();
 }
 
 void XYView::pixelToValue(QPoint p, double *x, double *y) const
@@ -186,6 +398,13 @@ const QImage &XYView::targetDiscImage(qreal pixelRatio)
     return targetDisc;
 }
 
+void XYView::repaintCrosshair()
+{
+    const QRegion now = crosshairBounds(mousePos);
+    repaintRegion(crosshairShown + now);
+    crosshairShown = now;
+}
+
 void XYView::mousePressEvent(QMouseEvent *event)
 {
     event->accept();
@@ -194,7 +413,7 @@ void XYView::mousePressEvent(QMouseEvent *event)
     lastMousePos = mousePos;
     if (event->button() == Qt::LeftButton)
         dragging = true;
-    update();
+    repaintCrosshair();
 }
 
 void XYView::mouseReleaseEvent(QMouseEvent *event)
@@ -202,7 +421,7 @@ void XYView::mouseReleaseEvent(QMouseEvent *event)
     event->accept();
     mousePos = event->pos();
     dragging = false;
-    update();
+    repaintCrosshair();
 }
 
 void XYView::mouseMoveEvent(QMouseEvent *event)
@@ -215,7 +434,7 @@ void XYView::mouseMoveEvent(QMouseEvent *event)
         yAxis->moveValueWidthPx(mousePos.y() - lastMousePos.y());
     }
     lastMousePos = mousePos;
-    update();
+    repaintCrosshair();
 }
 
 void XYView::wheelEvent(QWheelEvent *event)
@@ -228,7 +447,7 @@ void XYView::leaveEvent(QEvent *event)
 {
     QWidget::leaveEvent(event);
     mousePos = QPoint(-1, -1);
-    update();
+    repaintCrosshair();
 }
 
 void XYView::resizeEvent(QResizeEvent *event)
@@ -239,6 +458,35 @@ void XYView::resizeEvent(QResizeEvent *event)
         QRect(frameRect.left() + 50, frameRect.bottom() - 50, frameRect.width() - 50, 51));
     yAxis->setAxisRect(QRect(frameRect.left(), frameRect.top(), 51, frameRect.height() - 50));
     plotRect = frameRect.adjusted(50, 0, 0, -50);
+    // Qt repaints the whole widget after a resize; the layers' bounds go.
+    layersPainted = false;
+    layerBoundsKnown = false;
+}
+
+void XYView::prepareLabels()
+{
+    if (labelGlyphs.isPreparedFor(font(), this))
+        return;
+    labelGlyphs.prepare(font(), this);
+    for (TargetLabel &label : targetLabels)
+        label.valid = false;
+    // Widths that bound a label's: its digits and its other signs (with
+    // some room for rounding), or the font's widest glyph for every
+    // character when labels go the usual way.
+    const QFontMetricsF metrics(font(), this);
+    if (labelGlyphs.isUsable()) {
+        qreal digit = 0;
+        for (QChar c : QStringLiteral("0123456789"))
+            digit = std::max(digit, metrics.horizontalAdvance(c));
+        labelDigitWidth = digit * 1.05 + 0.5;
+        labelSignsWidth = 0;
+        for (QChar c : QStringLiteral(":(,)-.-.")) // "inf" and "nan" count as digits
+            labelSignsWidth += metrics.horizontalAdvance(c) * 1.05 + 0.5;
+        labelSignsWidth = std::max(labelSignsWidth, 3 * labelDigitWidth);
+    } else {
+        labelDigitWidth = metrics.maxWidth();
+        labelSignsWidth = 8 * metrics.maxWidth();
+    }
 }
 
 void XYView::paintEvent(QPaintEvent *event)
@@ -248,46 +496,66 @@ void XYView::paintEvent(QPaintEvent *event)
     const QFontMetrics metrics = fontMetrics();
     TranslationTable &table = translationTable();
 
+    // A paint of part of the widget skips what lies wholly outside that
+    // part; one of the whole widget (or one after a layer changed) paints
+    // everything and takes the layers' bounds for the partial ones.
+    paintPending = false;
+    const QRegion &dirty = event->region();
+    const bool whole = dirty.rectCount() == 1 && dirty.boundingRect().contains(rect());
+    const bool partial = !whole && layersUnchanged();
+    if (partial && !layerBoundsKnown)
+        takeLayerBounds(&painter);
+    auto needed = [&](const QRect &bounds) { return !partial || dirty.intersects(bounds); };
+
     // Grid on the major ticks (whole multiples of the axis range) only.
     painter.setPen(kGridColour);
-    const QVector<int> majorX = xAxis->majorTickPositions();
-    for (int x : majorX) {
-        if (plotRect.left() <= x && x <= plotRect.right())
+    if (!partial) {
+        majorX = xAxis->majorTickPositions();
+        majorY = yAxis->majorTickPositions();
+    }
+    for (int x : qAsConst(majorX)) {
+        if (plotRect.left() <= x && x <= plotRect.right() &&
+            needed(QRect(x, plotRect.top(), 1, plotRect.height())))
             drawStraightLine(&painter, x, plotRect.top(), x, plotRect.bottom());
     }
-    const QVector<int> majorY = yAxis->majorTickPositions();
-    for (int y : majorY) {
-        if (plotRect.top() <= y && y <= plotRect.bottom())
+    for (int y : qAsConst(majorY)) {
+        if (plotRect.top() <= y && y <= plotRect.bottom() &&
+            needed(QRect(plotRect.left(), y, plotRect.width(), 1)))
             drawStraightLine(&painter, plotRect.left(), y, plotRect.right(), y);
     }
 
     // Axes.
     painter.setPen(kAxisColour);
-    xAxis->draw(&painter);
-    yAxis->draw(&painter);
+    if (needed(xAxisBounds))
+        xAxis->draw(&painter);
+    if (needed(yAxisBounds))
+        yAxis->draw(&painter);
 
     // Legend at the top right of the plot; the first two boxes are 99 pixels
     // wide and the third 100.
-    painter.save();
-    painter.setRenderHint(QPainter::Antialiasing, true);
-    painter.setRenderHint(QPainter::TextAntialiasing, true);
-    painter.setPen(kOutlineColour);
     const QRect boxA(plotRect.right() - 310, plotRect.top() + 5, 99, 25);
     const QRect boxB(boxA.left() + 100, boxA.top(), 99, 25);
     const QRect boxC(boxB.left() + 100, boxB.top(), 100, 25);
-    const QRect boxes[3] = {boxA, boxB, boxC};
-    const QColor fills[3] = {kOccupiedColour, kType0Colour, kType1Colour};
-    const int numbers[3] = {27, 3, 4};
-    for (int b = 0; b < 3; ++b) {
+    if (needed(legendBounds)) {
+        painter.save();
+        painter.setRenderHint(QPainter::Antialiasing, true);
+        painter.setRenderHint(QPainter::TextAntialiasing, true);
         painter.setPen(kOutlineColour);
-        painter.setBrush(fills[b]);
-        painter.drawRect(boxes[b]);
-        const QString text = table.text(numbers[b]);
-        painter.setPen(Qt::white);
-        const int w = metrics.horizontalAdvance(text);
-        painter.drawText(QPoint(boxes[b].x() + (100 - w) / 2, boxes[b].y() + 16), text);
+        const QRect boxes[3] = {boxA, boxB, boxC};
+        const QColor fills[3] = {kOccupiedColour, kType0Colour, kType1Colour};
+        const int numbers[3] = {27, 3, 4};
+        for (int b = 0; b < 3; ++b) {
+            painter.setPen(kOutlineColour);
+            painter.setBrush(fills[b]);
+            painter.drawRect(boxes[b]);
+            const QString text = table.text(numbers[b]);
+            painter.setPen(Qt::white);
+            const int w = metrics.horizontalAdvance(text);
+            const QPoint baseline(boxes[b].x() + (100 - w) / 2, boxes[b].y() + 16);
+            painter.drawText(baseline, text);
+        }
+        painter.restore();
     }
-    painter.restore();
 
     // Areas.
     if (showAreas) {
@@ -308,6 +576,10 @@ void XYView::paintEvent(QPaintEvent *event)
                 // Left saved on purpose: the rest of this paint keeps the
                 // render hints set above.
                 qDebug() << "unsetting area";
+                continue;
+            }
+            if (!needed(areaBounds[i])) {
+                painter.restore();
                 continue;
             }
             const QPointF p1 = valueToPixel(r.topLeft());
@@ -342,12 +614,17 @@ void XYView::paintEvent(QPaintEvent *event)
         const QImage &disc = targetDiscImage(painter.device()->devicePixelRatioF());
         painter.setPen(Qt::white);
         // Widths in the widget's own metrics, as fontMetrics() gives them.
-        labelGlyphs.prepare(font(), this);
+        prepareLabels();
         condLockLock(targetLock);
         for (int k = 0; k < targetCount; ++k) {
             const QPointF p = targets[k];
             targetPosLine.point(p);
             const QPointF px = valueToPixel(p);
+            int w = 0;
+            const QString &text = targetLabel(k, p, &w);
+            targetRect[k] = paintbounds::target(px, kDiscMargin, w, metrics, rect());
+            if (!needed(targetRect[k]))
+                continue;
             // The 20-pixel disc centred on the target, as
             // drawEllipse(X - 10, Y - 10, 20, 20) in the target colours.
             painter.drawImage(QPoint(truncateToInt(px.x() - 10) - kDiscMargin,
@@ -356,10 +633,6 @@ void XYView::paintEvent(QPaintEvent *event)
 
             const QPoint corner(truncateToInt(px.x() - 40), truncateToInt(px.y() - 30));
             painter.fillRect(QRect(corner, QSize(100, 19)), kTargetLabelColour);
-            const QString text = QStringLiteral("%1:(%2,%3)")
-                                     .arg(QString::number(k + 1), QString::number(p.x(), 'f', 1),
-                                          QString::number(p.y(), 'f', 1));
-            const int w = labelGlyphs.horizontalAdvance(text);
             labelGlyphs.drawText(&painter, QPoint(corner.x() + (100 - w) / 2, corner.y() + 14),
                                  text);
         }
@@ -369,10 +642,17 @@ void XYView::paintEvent(QPaintEvent *event)
 
     // Crosshair.
     painter.setPen(kCrosshairIdleColour);
-    if (plotRect.isValid() && plotRect.contains(mousePos)) {
+    if (plotRect.isValid() && plotRect.contains(mousePos) &&
+        (!partial || dirty.intersects(crosshairShown))) {
         painter.setPen(kCrosshairColour);
         drawStraightLine(&painter, mousePos.x(), plotRect.top(), mousePos.x(), plotRect.bottom());
         drawStraightLine(&painter, plotRect.left(), mousePos.y(), plotRect.right(), mousePos.y());
         painter.drawText(QPoint(mousePos.x() + 10, mousePos.y() - 10), crosshairText(mousePos));
+    }
+
+    if (!partial) {
+        layersPainted = true;
+        layerFont = font();
+        layerAxisFont = QFont();
     }
 }

@@ -4,14 +4,18 @@
 #include "view/arearecord.h"
 #include "view/labelglyphs.h"
 
+#include <QFont>
 #include <QImage>
 #include <QList>
 #include <QPointF>
 #include <QRect>
+#include <QRegion>
 #include <QString>
+#include <QVector>
 #include <QWidget>
 
 class XYAxis;
+class QPainter;
 struct CondLock;
 
 // The radar plane: grid on whole metres, labelled axes, legend, the three
@@ -65,6 +69,27 @@ protected:
 private:
     const QImage &targetDiscImage(qreal pixelRatio);
 
+    // Partial repaints. Each change names only the pixels it changes; the
+    // paint then repaints only those, skipping what lies wholly outside them,
+    // so every repainted pixel comes out as a whole repaint would paint it.
+    // The bounds of the layers that do not move with targets or the mouse
+    // (axes, legend, areas) are taken in a whole paint; a change to any of
+    // them repaints everything.
+    void repaintRegion(const QRegion &region);
+    void repaintLayers();
+    // Label text and width of target k at point p, kept while p stays.
+    const QString &targetLabel(int k, QPointF p, int *width);
+    // A width no narrower than target k's label at p, without making it.
+    int labelWidthBound(int k, QPointF p) const;
+    QRect targetBounds(int k, QPointF p, const QFontMetrics &metrics) const;
+    QRegion crosshairBounds(QPoint mouse) const;
+    // True while the layers are as last painted whole.
+    bool layersUnchanged() const;
+    void takeLayerBounds(QPainter *painter);
+    void repaintCrosshair();
+    // Glyphs for the widget's font; forgets label widths when it changed.
+    void prepareLabels();
+
     XYAxis *xAxis = nullptr;
     XYAxis *yAxis = nullptr;
     QRect frameRect;
@@ -85,4 +110,31 @@ private:
     // The "TargetPos" debug line written for every target painted.
     DebugLine targetPosLine{u"TargetPos"};
     qreal targetDiscRatio = 0;
+
+    // Pixels each target covers as last painted or set.
+    QRect targetRect[kMaxTargets];
+    struct TargetLabel {
+        QPointF point;
+        QString text;
+        int width = 0;
+        bool valid = false;
+    };
+    TargetLabel targetLabels[kMaxTargets];
+    // The layers as last painted whole, and their bounds, taken by the
+    // first partial paint after that.
+    bool layersPainted = false;
+    bool layerBoundsKnown = false;
+    // A paint is due (Qt merges further updates into it).
+    bool paintPending = false;
+    qreal labelDigitWidth = 0;
+    qreal labelSignsWidth = 0;
+    QFont layerFont;
+    QFont layerAxisFont;
+    QVector<int> majorX;
+    QVector<int> majorY;
+    QRect xAxisBounds;
+    QRect yAxisBounds;
+    QRect legendBounds;
+    QRect areaBounds[3];
+    QRegion crosshairShown;
 };

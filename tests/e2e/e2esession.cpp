@@ -274,7 +274,7 @@ bool Session::prepareRunDir(int baudRate, int languageIndex)
 {
     if (!runDir->isValid())
         return fail("no temporary run directory");
-    const QString binDir = QFileInfo(QStringLiteral(ORV_TOOL_BIN)).absolutePath();
+    const QString binDir = QFileInfo(toolProgram).absolutePath();
     for (const char *name : {"ORV_translate_cn.txt", "ORV_translate_en.txt"})
         if (!QFile::copy(binDir + "/" + name, runDir->filePath(name)))
             return fail(QString("cannot copy %1 from %2").arg(name, binDir));
@@ -299,8 +299,9 @@ bool Session::startTool()
     tool.process.setWorkingDirectory(runDir->path());
     // The tool echoes every log line on stderr: keep it out of the test output.
     tool.process.setStandardOutputFile(QProcess::nullDevice());
-    tool.process.setStandardErrorFile(runDir->filePath("tool-stderr.txt"));
-    tool.process.start(QStringLiteral(ORV_TOOL_BIN), QStringList());
+    tool.process.setStandardErrorFile(toolStderr.isEmpty() ? runDir->filePath("tool-stderr.txt")
+                                                            : toolStderr);
+    tool.process.start(toolProgram, QStringList());
     if (!tool.process.waitForStarted(5000))
         return fail("orv-tool did not start");
     return true;

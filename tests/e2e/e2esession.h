@@ -77,6 +77,12 @@ public:
     // Translation files and a settings file choosing the sim's port.
     bool prepareRunDir(int baudRate, int languageIndex);
     bool startTool();
+    // Another orv-tool build to start instead of this one (before startTool;
+    // prepareRunDir copies the translation files from beside it).
+    void setToolProgram(const QString &path) { toolProgram = path; }
+    // Where the tool's stderr goes (before startTool); by default a file in
+    // the run directory, read by toolErrorTail().
+    void setToolStderr(const QString &path) { toolStderr = path; }
     bool waitForWindow(int timeoutMs = 20000);
     bool screenshot(const QString &path, QImage *image);
     bool click(const QPoint &p);
@@ -138,6 +144,8 @@ private:
     QRect window;
     QByteArray simErr;
     QString lastError;
+    QString toolProgram = QStringLiteral(ORV_TOOL_BIN);
+    QString toolStderr;
 };
 
 } // namespace e2e

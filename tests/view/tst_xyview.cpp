@@ -10,6 +10,7 @@
 #include <QImage>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QScreen>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTextOption>
@@ -142,6 +143,50 @@ public:
     }
 };
 
+// Paint events of a widget with the pixels each one repaints.
+class PaintRecorder : public QObject
+{
+public:
+    QVector<QRegion> regions;
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::Paint)
+            regions.append(static_cast<QPaintEvent *>(event)->region());
+        return false;
+    }
+};
+
+// What the window shows: its backing store after all pending paints.
+QImage shownPixels(QWidget *window)
+{
+    Quiet quiet;
+    QCoreApplication::processEvents();
+    QCoreApplication::processEvents();
+    return window->screen()
+        ->grabWindow(window->winId())
+        .toImage()
+        .convertToFormat(QImage::Format_ARGB32);
+}
+
+QString firstDifference(const QImage &a, const QImage &b)
+{
+    if (a.size() != b.size())
+        return QStringLiteral("sizes differ");
+    int n = 0;
+    QPoint first(-1, -1);
+    for (int y = 0; y < a.height(); ++y)
+        for (int x = 0; x < a.width(); ++x)
+            if (a.pixel(x, y) != b.pixel(x, y)) {
+                if (n++ == 0)
+                    first = QPoint(x, y);
+            }
+    return QStringLiteral("%1 pixels differ, first at (%2,%3): %4 instead of %5")
+        .arg(n)
+        .arg(first.x())
+        .arg(first.y())
+        .arg(n ? describe(a.pixel(first)) : QString(), n ? describe(b.pixel(first)) : QString());
+}
+
 class WheelCountingParent : public QWidget
 {
 public:
@@ -244,6 +289,10 @@ private slots:
     void pressWritesPoint();
     void wheelDoesNothing();
     void setAxisRange();
+
+    void partialRepaintsMatchWholeRepaints();
+    void targetMoveRepaintsOnlyItsPixels();
+    void everyChangePaintsOnceWithItsLines();
 };
 
 void TestXYView::init()
@@ -1154,6 +1203,181 @@ void TestXYView::setAxisRange()
         sendMouse(view, QEvent::MouseMove, QPoint(600, 330), Qt::NoButton, Qt::NoButton);
         QVERIFY(render(*view).save(QString::fromLocal8Bit(png)));
     }
+}
+
+// The same sequence of target, area and mouse changes goes to two views; one
+// repaints only what each change touches, the other is repainted whole after
+// every step. What both windows show must be the same, pixel for pixel, at
+// every step.
+void TestXYView::partialRepaintsMatchWholeRepaints()
+{
+    setTexts("00000003 Type0 area\n00000004 Type1 area\n0000001B Occupied\n");
+    XYView *partial = view;
+    XYView whole(nullptr);
+    whole.resize(partial->size());
+    whole.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&whole));
+    PaintRecorder recorder;
+    partial->installEventFilter(&recorder);
+
+    const QPoint legend = QPoint(kPlot.right() - 250, kPlot.top() + 15);
+    auto mouse = [](QPoint p) {
+        return [p](XYView *v) { sendMouse(v, QEvent::MouseMove, p, Qt::NoButton, Qt::NoButton); };
+    };
+    auto targets = [](QList<QPointF> list) { return [list](XYView *v) { v->setTargets(list); }; };
+    QList<QPointF> many;
+    for (int k = 0; k < XYView::kMaxTargets; ++k)
+        many.append(QPointF(-5.5 + (k % 16) * 0.7, -0.4 + (k / 16) * 1.1));
+    QList<QPointF> manyMoved;
+    for (const QPointF &p : many)
+        manyMoved.append(p + QPointF(0.13, -0.07));
+
+    const QList<QPair<QString, std::function<void(XYView *)>>> steps = {
+        {"three targets", targets({{-3, 2}, {0, 4}, {3, 6}})},
+        {"they walk", targets({{-2.9, 2.1}, {0.05, 3.93}, {3.2, 6}})},
+        {"sub-pixel step", targets({{-2.9001, 2.1}, {0.05, 3.9301}, {3.2, 6}})},
+        {"same again", targets({{-2.9001, 2.1}, {0.05, 3.9301}, {3.2, 6}})},
+        {"overlapping discs and labels",
+         targets({{-1, 3}, {-0.9, 3.05}, {-1.1, 3.1}, {2, 1}, {2.05, 1.2}})},
+        {"labels over the legend", targets({{3.2, 7.9}, {4.1, 7.7}, {1.9, 7.95}, {4.9, 7.5}})},
+        {"areas", [](XYView *v) {
+             v->setAreaInfo(0, area(0, 0, QPointF(-4, 7), QPointF(-1.5, 4.5)));
+             v->setAreaInfo(1, area(1, 1, QPointF(2, 8), QPointF(4.8, 6.5)));
+             v->setAreaInfo(2, area(2, 0, QPointF(-2.3, 3.1), QPointF(2.7, 0.4)));
+         }},
+        {"targets in the areas", targets({{-3, 6}, {3, 7}, {0, 2}, {4.5, 7.9}})},
+        {"occupied", [](XYView *v) { v->setAreaOccupancy(0x05); }},
+        {"occupancy unchanged", [](XYView *v) { v->setAreaOccupancy(0x05); }},
+        {"occupancy high bits only", [](XYView *v) { v->setAreaOccupancy(char(0xF5)); }},
+        {"other area occupied", [](XYView *v) { v->setAreaOccupancy(0x02); }},
+        {"crosshair", mouse(QPoint(300, 200))},
+        {"crosshair over a target", mouse(plane(-3, 6).toPoint())},
+        {"crosshair over the legend", mouse(legend)},
+        {"crosshair on the plot's corner", mouse(kPlot.bottomRight())},
+        {"crosshair on the left edge", mouse(QPoint(kPlot.left(), 300))},
+        {"mouse on the axis labels", mouse(QPoint(30, 300))},
+        {"mouse back in", mouse(QPoint(500, 400))},
+        {"press", [](XYView *v) {
+             sendMouse(v, QEvent::MouseButtonPress, QPoint(510, 390), Qt::LeftButton,
+                       Qt::LeftButton);
+         }},
+        {"drag", [](XYView *v) {
+             sendMouse(v, QEvent::MouseMove, QPoint(530, 380), Qt::NoButton, Qt::LeftButton);
+         }},
+        {"release", [](XYView *v) {
+             sendMouse(v, QEvent::MouseButtonRelease, QPoint(530, 380), Qt::LeftButton,
+                       Qt::NoButton);
+         }},
+        {"targets leave the plot", targets({{-5.6, 2}, {5.3, 8.4}, {0, -0.6}, {4.5, 7.9}})},
+        {"targets far beyond the widget", targets({{-60, 2}, {90, 80}, {0, -500}, {3000, -3000}})},
+        {"and back", targets({{-4.9, 0.1}, {4.9, 7.9}, {0, 0}})},
+        {"many", targets(many)},
+        {"many move", targets(manyMoved)},
+        {"down to one", targets({{1, 1}})},
+        {"none", targets({})},
+        {"area moved", [](XYView *v) {
+             v->setAreaInfo(1, area(1, 0, QPointF(1, 5), QPointF(3, 2)));
+         }},
+        {"targets again", targets({{1.5, 3}, {-4, 5}})},
+        {"areas hidden", [](XYView *v) { v->setShowAreas(false); }},
+        {"targets move, areas hidden", targets({{1.6, 3.1}, {-4, 5.2}})},
+        {"areas shown", [](XYView *v) { v->setShowAreas(true); }},
+        {"an unsetting area (the rest keeps its render hints)", [](XYView *v) {
+             v->setAreaInfo(2, area(2, 0, QPointF(-2, 0), QPointF(3, 0)));
+         }},
+        {"crosshair with those hints", mouse(QPoint(333, 222))},
+        {"targets with those hints", targets({{1.7, 3.2}, {-3.9, 5.3}})},
+        {"areas cleared", [](XYView *v) { v->clearAreas(); }},
+        {"cleared again", [](XYView *v) { v->clearAreas(); }},
+        {"other ranges", [](XYView *v) { v->setAxisRange(QPointF(-3, 3), QPointF(0, 5)); }},
+        {"targets on the new plane", targets({{-2.5, 1}, {2.5, 4.9}, {0, 2.5}})},
+        {"a wide plane", [](XYView *v) {
+             v->setAxisRange(QPointF(-90000, 90000), QPointF(0, 90000));
+         }},
+        {"labels wider than their boxes",
+         targets({{-12345.6, 54321.7}, {23456.7, 8765.4}, {-70000.1, 88888.8}})},
+        {"and they move", targets({{-11345.6, 53321.7}, {24456.7, 8965.4}, {-69000.1, 87888.8}})},
+        {"mouse leaves", [](XYView *v) {
+             QEvent leave(QEvent::Leave);
+             QApplication::sendEvent(v, &leave);
+         }},
+        {"last move", targets({{-2.4, 1.1}, {2.4, 4.8}, {0.1, 2.5}})},
+    };
+
+    int partialPaints = 0;
+    for (const auto &step : steps) {
+        recorder.regions.clear();
+        step.second(partial);
+        step.second(&whole);
+        whole.update();
+        const QImage expected = shownPixels(&whole);
+        const QImage actual = shownPixels(partial);
+        QVERIFY2(actual == expected,
+                 qPrintable(step.first + QStringLiteral(": ") + firstDifference(actual, expected)));
+        for (const QRegion &r : qAsConst(recorder.regions))
+            if (!(QRegion(partial->rect()) - r).isEmpty())
+                ++partialPaints;
+    }
+    // Most steps repainted only part of the widget.
+    QVERIFY2(partialPaints >= steps.size() / 2, qPrintable(QString::number(partialPaints)));
+    partial->removeEventFilter(&recorder);
+}
+
+void TestXYView::targetMoveRepaintsOnlyItsPixels()
+{
+    view->setTargets({QPointF(-2, 3), QPointF(2, 5)});
+    shownPixels(view);
+    PaintRecorder recorder;
+    view->installEventFilter(&recorder);
+    view->setTargets({QPointF(-1.9, 3.1), QPointF(2, 5)});
+    shownPixels(view);
+    QCOMPARE(recorder.regions.size(), 1);
+    // The first target's old and new disc and label; the second did not move.
+    const QRect repainted = recorder.regions.first().boundingRect();
+    const QPointF from = view->valueToPixel(QPointF(-2, 3));
+    const QPointF to = view->valueToPixel(QPointF(-1.9, 3.1));
+    QVERIFY(repainted.contains(QRect(int(from.x()) - 40, int(from.y()) - 30, 100, 19)));
+    QVERIFY(repainted.contains(QRect(int(to.x()) - 10, int(to.y()) - 10, 20, 20)));
+    QVERIFY2(repainted.width() < 200 && repainted.height() < 100,
+             qPrintable(QStringLiteral("%1x%2").arg(repainted.width()).arg(repainted.height())));
+    QVERIFY(!repainted.intersects(QRect(view->valueToPixel(QPointF(2, 5)).toPoint(), QSize(1, 1))));
+    view->removeEventFilter(&recorder);
+}
+
+// Each change that repaints gives one paint, which writes a "TargetPos"
+// line per target, also when no pixel changes or the change lies outside
+// the widget.
+void TestXYView::everyChangePaintsOnceWithItsLines()
+{
+    const QList<QPointF> two{QPointF(1, 1), QPointF(-2, 6)};
+    view->setTargets(two);
+    shownPixels(view);
+    PaintRecorder recorder;
+    view->installEventFilter(&recorder);
+    const QList<QPair<QString, std::function<void()>>> changes = {
+        {"same targets", [&] { view->setTargets(two); }},
+        {"same occupancy", [&] { view->setAreaOccupancy(0); }},
+        {"same visibility", [&] { view->setShowAreas(true); }},
+        {"clear nothing", [&] { view->clearAreas(); }},
+        {"same area", [&] { view->setAreaInfo(0, AreaRecord()); }},
+        {"mouse outside the plot", [&] {
+             sendMouse(view, QEvent::MouseMove, QPoint(3, 3), Qt::NoButton, Qt::NoButton);
+         }},
+        {"targets beyond the widget", [&] { view->setTargets({QPointF(500, 500)}); }},
+        {"still beyond", [&] { view->setTargets({QPointF(500, 501)}); }},
+        {"back", [&] { view->setTargets(two); }},
+    };
+    for (const auto &change : changes) {
+        recorder.regions.clear();
+        MessageCapture capture;
+        change.second();
+        QCoreApplication::processEvents();
+        QCoreApplication::processEvents();
+        QVERIFY2(recorder.regions.size() == 1,
+                 qPrintable(change.first + ": " + QString::number(recorder.regions.size())));
+        QCOMPARE(MessageCapture::count(QStringLiteral("TargetPos")), view->targetCountShown());
+    }
+    view->removeEventFilter(&recorder);
 }
 
 QTEST_MAIN(TestXYView)
