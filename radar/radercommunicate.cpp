@@ -24,6 +24,18 @@ constexpr int kMaxPendingBytes = 128;
 // port counts as gone (see handleSerialError).
 constexpr int kReadErrorsForLoss = 3;
 
+// Most bytes the serial port keeps read but not yet handed over. Bytes wait
+// there only while the GUI thread is held (a slot's message box): readyRead
+// is not delivered again until the slot that got the last one has returned.
+// Beyond the limit Qt stops reading and the rest waits in the driver, so a
+// box left open for an hour costs no more memory than one open for a second.
+// 32 KiB hold 355 ms at 921600 baud (92,160 bytes/s), far more than the GUI
+// thread is ever busy in between two reads (a paint, the 100 ms pause after
+// an open); the module's largest report (127 people, 264 bytes) fits 124
+// times. It is also the size Qt reads in one go, so the buffer is one block
+// of memory and never a list of blocks.
+constexpr qint64 kReadBufferLimit = 32768;
+
 } // namespace
 
 // qDebug() that skips building its text when debug output is switched off
@@ -75,6 +87,7 @@ bool RaderCommunicate::OpenSerial(const QString &portName, int baudrate)
 
     serialPort.setPortName(portName);
     serialPort.setBaudRate(baudrate, QSerialPort::AllDirections);
+    serialPort.setReadBufferSize(kReadBufferLimit);
     bOpen = serialPort.open(QIODevice::ReadWrite);
     QThread::msleep(100);
 
@@ -166,6 +179,16 @@ void RaderCommunicate::ReadData()
     if (!incoming.isEmpty())
         readErrorsWithoutData = 0;
     ReceiveBytes(incoming);
+
+    // A slot that held the GUI thread (a message box) may have let the port's
+    // buffer fill to its limit. Qt then stops watching the port until the
+    // buffer is read, so no readyRead would come for what waits there and in
+    // the driver: read on now, as the next readyRead would have done.
+    while (serialPort.isOpen() && serialPort.bytesAvailable() >= kReadBufferLimit) {
+        const QByteArray more = serialPort.readAll();
+        readErrorsWithoutData = 0;
+        ReceiveBytes(more);
+    }
 }
 
 void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)

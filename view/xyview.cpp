@@ -592,14 +592,13 @@ void XYView::paintEvent(QPaintEvent *event)
                 fill = kOccupiedColour;
             painter.setPen(kOutlineColour);
             painter.setBrush(QBrush(fill, Qt::SolidPattern));
-            const QRect box(truncateToInt(p1.x()), truncateToInt(p1.y()), truncateToInt(w),
-                            truncateToInt(h));
+            const QRect box = truncatedPixelRect(p1.x(), p1.y(), w, h);
             painter.drawRects(&box, 1);
 
             const QString label = QStringLiteral("%1%2").arg(table.text(areas[i].type == 0 ? 3 : 4),
                                                              QString::number(n));
-            const QRect labelRect(truncateToInt(p1.x() + w * 0.25), truncateToInt(p1.y() + h * 0.5),
-                                  truncateToInt(w * 0.5), truncateToInt(h * 0.5));
+            const QRect labelRect =
+                truncatedPixelRect(p1.x() + w * 0.25, p1.y() + h * 0.5, w * 0.5, h * 0.5);
             painter.drawText(QRectF(labelRect), label, QTextOption());
             painter.restore();
         }
@@ -627,11 +626,11 @@ void XYView::paintEvent(QPaintEvent *event)
                 continue;
             // The 20-pixel disc centred on the target, as
             // drawEllipse(X - 10, Y - 10, 20, 20) in the target colours.
-            painter.drawImage(QPoint(truncateToInt(px.x() - 10) - kDiscMargin,
-                                     truncateToInt(px.y() - 10) - kDiscMargin),
+            painter.drawImage(QPoint(truncateToPixel(px.x() - 10) - kDiscMargin,
+                                     truncateToPixel(px.y() - 10) - kDiscMargin),
                               disc);
 
-            const QPoint corner(truncateToInt(px.x() - 40), truncateToInt(px.y() - 30));
+            const QPoint corner(truncateToPixel(px.x() - 40), truncateToPixel(px.y() - 30));
             painter.fillRect(QRect(corner, QSize(100, 19)), kTargetLabelColour);
             labelGlyphs.drawText(&painter, QPoint(corner.x() + (100 - w) / 2, corner.y() + 14),
                                  text);

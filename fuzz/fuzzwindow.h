@@ -1,0 +1,37 @@
+#pragma once
+
+// What the fuzz targets that drive the real window share: an offscreen
+// application, a private working directory holding the translation files,
+// silent message output, message boxes that close themselves, and a paint of
+// the plot into an image.
+
+#include <QByteArray>
+#include <QImage>
+
+#include <memory>
+
+class MainWindow;
+class XYView;
+
+namespace fuzzwindow
+{
+
+// Once per process: the offscreen QApplication, the working directory (made
+// current), silent Qt messages, the diagnostic log kept from the disk, and
+// the box closer. Returns the directory's path.
+QString setUpProcess();
+
+// A new shown window (the settings file of the working directory is read as
+// the tool reads it).
+std::unique_ptr<MainWindow> makeWindow();
+
+XYView *plotOf(MainWindow *window);
+
+// Paints the plot as a paint event would, into an image kept between calls.
+void paintPlot(XYView *view);
+
+// Runs what the event loop has waiting (deferred deletes, queued calls) every
+// `every` calls.
+void settleEvents(int every);
+
+} // namespace fuzzwindow
