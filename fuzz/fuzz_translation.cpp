@@ -4,6 +4,7 @@
 // from a real file through load().
 
 #include "app/translationtable.h"
+#include "fuzz/fuzzwindow.h"
 
 #include <QBuffer>
 #include <QByteArray>
@@ -23,7 +24,8 @@ void quiet(QtMsgType, const QMessageLogContext &, const QString &) {}
 bool setUp()
 {
     qInstallMessageHandler(&quiet);
-    static QTemporaryDir *dir = new QTemporaryDir;
+    // The file is written for every input: in memory where possible.
+    static QTemporaryDir *dir = new QTemporaryDir(fuzzwindow::fastTemporaryPattern());
     QDir::setCurrent(dir->path());
     return true;
 }

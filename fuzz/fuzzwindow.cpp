@@ -50,8 +50,10 @@ QString setUpProcess()
         qputenv("QT_QPA_PLATFORM", "offscreen");
     qInstallMessageHandler(&quiet);
 
-    // Kept for the life of the process, like the application.
-    static QTemporaryDir *dir = new QTemporaryDir;
+    // Kept for the life of the process, like the application. In memory
+    // where the system has such a folder: the settings file is written and
+    // synced to disk for nearly every input.
+    static QTemporaryDir *dir = new QTemporaryDir(fastTemporaryPattern());
     QDir::setCurrent(dir->path());
     for (const char *file : {"ORV_translate_cn.txt", "ORV_translate_en.txt"})
         QFile::copy(QStringLiteral(ORV_TRANSLATION_DIR "/") + file, dir->filePath(file));

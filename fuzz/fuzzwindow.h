@@ -6,7 +6,9 @@
 // the plot into an image.
 
 #include <QByteArray>
-#include <QImage>
+#include <QDir>
+#include <QFileInfo>
+#include <QString>
 
 #include <memory>
 
@@ -15,6 +17,15 @@ class XYView;
 
 namespace fuzzwindow
 {
+
+// A QTemporaryDir pattern in memory (/dev/shm) where the system has such a
+// folder, else in the usual temporary folder.
+inline QString fastTemporaryPattern()
+{
+    const QFileInfo shm(QStringLiteral("/dev/shm"));
+    const QString base = shm.isDir() && shm.isWritable() ? shm.filePath() : QDir::tempPath();
+    return base + QStringLiteral("/orv-fuzz-XXXXXX");
+}
 
 // Once per process: the offscreen QApplication, the working directory (made
 // current), silent Qt messages, the diagnostic log kept from the disk, and
