@@ -236,8 +236,7 @@ QRegion XYView::crosshairBounds(QPoint mouse) const
 {
     if (!plotRect.isValid() || !plotRect.contains(mouse))
         return QRegion();
-    QRegion bounds(
-        paintbounds::line(mouse.x(), plotRect.top(), mouse.x(), plotRect.bottom()));
+    QRegion bounds(paintbounds::line(mouse.x(), plotRect.top(), mouse.x(), plotRect.bottom()));
     bounds += paintbounds::line(plotRect.left(), mouse.y(), plotRect.right(), mouse.y());
     const QFontMetrics metrics = fontMetrics();
     const QPoint baseline(mouse.x() + 10, mouse.y() - 10);

@@ -300,7 +300,7 @@ bool Session::startTool()
     // The tool echoes every log line on stderr: keep it out of the test output.
     tool.process.setStandardOutputFile(QProcess::nullDevice());
     tool.process.setStandardErrorFile(toolStderr.isEmpty() ? runDir->filePath("tool-stderr.txt")
-                                                            : toolStderr);
+                                                           : toolStderr);
     tool.process.start(toolProgram, QStringList());
     if (!tool.process.waitForStarted(5000))
         return fail("orv-tool did not start");

@@ -1240,7 +1240,8 @@ void TestXYView::partialRepaintsMatchWholeRepaints()
         {"overlapping discs and labels",
          targets({{-1, 3}, {-0.9, 3.05}, {-1.1, 3.1}, {2, 1}, {2.05, 1.2}})},
         {"labels over the legend", targets({{3.2, 7.9}, {4.1, 7.7}, {1.9, 7.95}, {4.9, 7.5}})},
-        {"areas", [](XYView *v) {
+        {"areas",
+         [](XYView *v) {
              v->setAreaInfo(0, area(0, 0, QPointF(-4, 7), QPointF(-1.5, 4.5)));
              v->setAreaInfo(1, area(1, 1, QPointF(2, 8), QPointF(4.8, 6.5)));
              v->setAreaInfo(2, area(2, 0, QPointF(-2.3, 3.1), QPointF(2.7, 0.4)));
@@ -1257,14 +1258,17 @@ void TestXYView::partialRepaintsMatchWholeRepaints()
         {"crosshair on the left edge", mouse(QPoint(kPlot.left(), 300))},
         {"mouse on the axis labels", mouse(QPoint(30, 300))},
         {"mouse back in", mouse(QPoint(500, 400))},
-        {"press", [](XYView *v) {
+        {"press",
+         [](XYView *v) {
              sendMouse(v, QEvent::MouseButtonPress, QPoint(510, 390), Qt::LeftButton,
                        Qt::LeftButton);
          }},
-        {"drag", [](XYView *v) {
+        {"drag",
+         [](XYView *v) {
              sendMouse(v, QEvent::MouseMove, QPoint(530, 380), Qt::NoButton, Qt::LeftButton);
          }},
-        {"release", [](XYView *v) {
+        {"release",
+         [](XYView *v) {
              sendMouse(v, QEvent::MouseButtonRelease, QPoint(530, 380), Qt::LeftButton,
                        Qt::NoButton);
          }},
@@ -1275,29 +1279,27 @@ void TestXYView::partialRepaintsMatchWholeRepaints()
         {"many move", targets(manyMoved)},
         {"down to one", targets({{1, 1}})},
         {"none", targets({})},
-        {"area moved", [](XYView *v) {
-             v->setAreaInfo(1, area(1, 0, QPointF(1, 5), QPointF(3, 2)));
-         }},
+        {"area moved",
+         [](XYView *v) { v->setAreaInfo(1, area(1, 0, QPointF(1, 5), QPointF(3, 2))); }},
         {"targets again", targets({{1.5, 3}, {-4, 5}})},
         {"areas hidden", [](XYView *v) { v->setShowAreas(false); }},
         {"targets move, areas hidden", targets({{1.6, 3.1}, {-4, 5.2}})},
         {"areas shown", [](XYView *v) { v->setShowAreas(true); }},
-        {"an unsetting area (the rest keeps its render hints)", [](XYView *v) {
-             v->setAreaInfo(2, area(2, 0, QPointF(-2, 0), QPointF(3, 0)));
-         }},
+        {"an unsetting area (the rest keeps its render hints)",
+         [](XYView *v) { v->setAreaInfo(2, area(2, 0, QPointF(-2, 0), QPointF(3, 0))); }},
         {"crosshair with those hints", mouse(QPoint(333, 222))},
         {"targets with those hints", targets({{1.7, 3.2}, {-3.9, 5.3}})},
         {"areas cleared", [](XYView *v) { v->clearAreas(); }},
         {"cleared again", [](XYView *v) { v->clearAreas(); }},
         {"other ranges", [](XYView *v) { v->setAxisRange(QPointF(-3, 3), QPointF(0, 5)); }},
         {"targets on the new plane", targets({{-2.5, 1}, {2.5, 4.9}, {0, 2.5}})},
-        {"a wide plane", [](XYView *v) {
-             v->setAxisRange(QPointF(-90000, 90000), QPointF(0, 90000));
-         }},
+        {"a wide plane",
+         [](XYView *v) { v->setAxisRange(QPointF(-90000, 90000), QPointF(0, 90000)); }},
         {"labels wider than their boxes",
          targets({{-12345.6, 54321.7}, {23456.7, 8765.4}, {-70000.1, 88888.8}})},
         {"and they move", targets({{-11345.6, 53321.7}, {24456.7, 8965.4}, {-69000.1, 87888.8}})},
-        {"mouse leaves", [](XYView *v) {
+        {"mouse leaves",
+         [](XYView *v) {
              QEvent leave(QEvent::Leave);
              QApplication::sendEvent(v, &leave);
          }},
@@ -1360,9 +1362,8 @@ void TestXYView::everyChangePaintsOnceWithItsLines()
         {"same visibility", [&] { view->setShowAreas(true); }},
         {"clear nothing", [&] { view->clearAreas(); }},
         {"same area", [&] { view->setAreaInfo(0, AreaRecord()); }},
-        {"mouse outside the plot", [&] {
-             sendMouse(view, QEvent::MouseMove, QPoint(3, 3), Qt::NoButton, Qt::NoButton);
-         }},
+        {"mouse outside the plot",
+         [&] { sendMouse(view, QEvent::MouseMove, QPoint(3, 3), Qt::NoButton, Qt::NoButton); }},
         {"targets beyond the widget", [&] { view->setTargets({QPointF(500, 500)}); }},
         {"still beyond", [&] { view->setTargets({QPointF(500, 501)}); }},
         {"back", [&] { view->setTargets(two); }},
