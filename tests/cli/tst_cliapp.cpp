@@ -109,6 +109,8 @@ void TestCliApp::overviewListsCommandsAndExitCodes()
         QVERIFY(o.out.contains("--baud N|auto"));
         QVERIFY(o.out.contains("dialout") || o.out.contains("permission"));
         QVERIFY(o.out.contains("but probe"));
+        QVERIFY(o.out.contains("1..16777215"));
+        QVERIFY(o.out.contains("-v, --version"));
         for (const QString &line : o.out.split('\n'))
             QVERIFY2(line.size() <= 80, qPrintable(line));
     }
@@ -158,6 +160,8 @@ void TestCliApp::helpForEachCommand()
     if (command != "ports") {
         QVERIFY2(a.out.contains("--port"), qPrintable(a.out));
         QCOMPARE(a.out.contains("--baud"), command != "probe");
+        if (command == "probe")
+            QVERIFY(a.out.contains("10..10000"));
         QVERIFY(a.out.contains("  130 "));
     } else {
         // ports opens nothing: no module codes.
