@@ -42,48 +42,45 @@ QString wrapLines(const QString &text)
 }
 
 // Breaks a usage line longer than 80 columns between its words, never inside
-// a [bracketed] group; the rest goes on lines indented under the command.
-QString wrapUsage(const QString &text)
+// a [bracketed] group nor between an option and its value; the rest goes on
+// lines indented under the command.
+QString wrapUsage(const QString &usage)
 {
     constexpr int kWidth = 80;
-    const QString indent(7, ' ');
-    QStringList out;
-    for (const QString &whole : text.split('\n')) {
-        QStringList words;
-        QString word;
-        int depth = 0;
-        for (const QChar c : whole) {
-            if (c == ' ' && depth == 0) {
-                if (!word.isEmpty())
-                    words.append(word);
-                word.clear();
-                continue;
-            }
-            depth += c == '[' ? 1 : c == ']' ? -1 : 0;
-            word += c;
+    QStringList words;
+    QString word;
+    int depth = 0;
+    for (const QChar c : usage) {
+        if (c == ' ' && depth == 0) {
+            if (!word.isEmpty())
+                words.append(word);
+            word.clear();
+            continue;
         }
-        if (!word.isEmpty())
-            words.append(word);
-        // An option stays on the line of its value: "--from X1,Y1".
-        for (int i = 0; i + 1 < words.size(); ++i) {
-            if (words[i].startsWith('-') && !words[i + 1].startsWith('-') &&
-                !words[i + 1].startsWith('['))
-                words[i] += ' ' + words.takeAt(i + 1);
-        }
-        QString line = whole.startsWith(' ') ? indent : QString();
-        bool first = true;
-        for (const QString &w : words) {
-            if (!first && line.size() + 1 + w.size() > kWidth) {
-                out.append(line);
-                line = indent;
-                first = true;
-            }
-            line += (first ? QString() : QStringLiteral(" ")) + w;
-            first = false;
-        }
-        out.append(line);
+        depth += c == '[' ? 1 : c == ']' ? -1 : 0;
+        word += c;
     }
-    return out.join('\n');
+    if (!word.isEmpty())
+        words.append(word);
+    for (int i = 0; i + 1 < words.size(); ++i) {
+        if (words[i].startsWith('-') && !words[i + 1].startsWith('-') &&
+            !words[i + 1].startsWith('['))
+            words[i] += ' ' + words.takeAt(i + 1); // "--from X1,Y1"
+    }
+    QStringList lines;
+    QString line;
+    for (const QString &w : words) {
+        if (line.trimmed().isEmpty()) {
+            line += w;
+        } else if (line.size() + 1 + w.size() > kWidth) {
+            lines.append(line);
+            line = QString(7, ' ') + w;
+        } else {
+            line += ' ' + w;
+        }
+    }
+    lines.append(line);
+    return lines.join('\n');
 }
 
 QString nameWithSpaces(const QString &name, int width)
