@@ -162,8 +162,12 @@ void TestCliApp::helpForEachCommand()
         QCOMPARE(a.out.contains("--baud"), command != "probe");
         if (command == "probe")
             QVERIFY(a.out.contains("10..10000"));
+        if (command == "show")
+            QVERIFY(a.out.contains("It is not an area file"));
         QVERIFY(a.out.contains("  130 "));
     } else {
+        QVERIFY(a.out.contains("the device path"));
+        QVERIFY(a.out.contains("serial number"));
         // ports opens nothing: no module codes.
         QVERIFY(a.out.contains("  2 "));
         for (const char *code : {"  1 ", "  3 ", "  4 ", "  130 "})
