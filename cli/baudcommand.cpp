@@ -25,12 +25,12 @@ QString BaudCommand::summary() const
 
 QString BaudCommand::details() const
 {
-    return QString("Asks the module to talk at NEW baud (one of the window's rates: %1),\n"
-                   "waits for its answer at the old rate, reopens the port at NEW and asks for\n"
-                   "the display type there. Exit code 1 when the module refuses (NG) or does\n"
-                   "not answer at the new rate; 4 when it does not answer the change at all.\n"
-                   "The request is sent once: a module that switched must not be asked again\n"
-                   "at the old rate.")
+    return QString("Asks the module to talk at NEW baud, waits for its answer at the old\n"
+                   "rate, reopens the port at NEW and asks for the display type there. Exit\n"
+                   "code 1 when the module refuses (NG) or does not answer at the new rate; 4\n"
+                   "when it does not answer the change at all. The request is sent once: a\n"
+                   "module that switched must not be asked again at the old rate.\n"
+                   "NEW is one of the window's rates: %1.")
         .arg(windowRateList());
 }
 

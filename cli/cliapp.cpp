@@ -20,6 +20,69 @@ const char kExitCodes[] = "Exit codes:\n"
                           "  4    no answer from the module, or the line went away\n"
                           "  130  interrupted (Ctrl-C or SIGTERM); output written so far is kept\n";
 
+// Breaks lines longer than 80 columns at spaces (details built from lists,
+// such as the rates, can run long); shorter lines stay as written.
+QString wrapLines(const QString &text)
+{
+    constexpr int kWidth = 80;
+    QStringList out;
+    const QStringList lines = text.split('\n');
+    for (const QString &whole : lines) {
+        QString line = whole;
+        while (line.size() > kWidth) {
+            int cut = line.lastIndexOf(' ', kWidth);
+            if (cut <= 0)
+                break;
+            out.append(line.left(cut));
+            line = line.mid(cut + 1);
+        }
+        out.append(line);
+    }
+    return out.join('\n');
+}
+
+// Breaks a usage line longer than 80 columns between its words, never inside
+// a [bracketed] group nor between an option and its value; the rest goes on
+// lines indented under the command.
+QString wrapUsage(const QString &usage)
+{
+    constexpr int kWidth = 80;
+    QStringList words;
+    QString word;
+    int depth = 0;
+    for (const QChar c : usage) {
+        if (c == ' ' && depth == 0) {
+            if (!word.isEmpty())
+                words.append(word);
+            word.clear();
+            continue;
+        }
+        depth += c == '[' ? 1 : c == ']' ? -1 : 0;
+        word += c;
+    }
+    if (!word.isEmpty())
+        words.append(word);
+    for (int i = 0; i + 1 < words.size(); ++i) {
+        if (words[i].startsWith('-') && !words[i + 1].startsWith('-') &&
+            !words[i + 1].startsWith('['))
+            words[i] += ' ' + words.takeAt(i + 1); // "--from X1,Y1"
+    }
+    QStringList lines;
+    QString line;
+    for (const QString &w : words) {
+        if (line.trimmed().isEmpty()) {
+            line += w;
+        } else if (line.size() + 1 + w.size() > kWidth) {
+            lines.append(line);
+            line = QString(7, ' ') + w;
+        } else {
+            line += ' ' + w;
+        }
+    }
+    lines.append(line);
+    return lines.join('\n');
+}
+
 QString nameWithSpaces(const QString &name, int width)
 {
     return name.leftJustified(width);
@@ -112,13 +175,15 @@ QString CliApp::overview() const
     text += QStringLiteral(
         "\n"
         "Options of every command that talks to a module:\n"
-        "  -p, --port P      the serial port (as 'orv-cli ports' lists it, or a device path)\n"
-        "  --baud N|auto     the module's baud rate; auto (the default) probes it first\n"
+        "  -p, --port P      the serial port (as 'orv-cli ports' lists it, or a device\n"
+        "                    path)\n"
+        "  --baud N|auto     (all of them but probe) the module's baud rate, 1..16777215;\n"
+        "                    auto (the default) probes it first\n"
         "\n"
         "Other options:\n"
-        "  -h, --help        this text; 'orv-cli help COMMAND' or 'orv-cli COMMAND --help'\n"
-        "                    describe one command\n"
-        "  --version         the program's version\n"
+        "  -h, --help        this text; 'orv-cli help COMMAND' or\n"
+        "                    'orv-cli COMMAND --help' describe one command\n"
+        "  -v, --version     the program's version\n"
         "\n");
     text += QLatin1String(kExitCodes);
     return text;
@@ -133,9 +198,10 @@ void CliApp::setUpParser(CliCommand &command, QCommandLineParser &parser) const
         parser.addOption({{"p", "port"}, "The serial port to use.", "P"});
     }
     if (command.takesBaud()) {
-        parser.addOption({"baud",
-                          "The module's baud rate, or auto to probe it first (default auto).",
-                          "N|auto", "auto"});
+        parser.addOption(
+            {"baud",
+             "The module's baud rate (1..16777215), or auto to probe it first (default auto).",
+             "N|auto", "auto"});
     }
     command.addOptions(parser);
 }
@@ -148,17 +214,19 @@ QString CliApp::commandHelp(const CliCommand &command) const
     if (command.usesPort())
         text += command.takesBaud() ? " --port P [--baud N|auto]" : " --port P";
     if (!command.synopsis().isEmpty())
-        text += ' ' + command.synopsis();
+        text += ' ' + command.synopsis().simplified();
+    text = wrapUsage(text);
     text += "\n\n" + command.summary() + "\n";
     if (!command.details().isEmpty())
-        text += "\n" + command.details().trimmed() + "\n";
+        text += "\n" + wrapLines(command.details().trimmed()) + "\n";
 
     // Qt's option table, without its own usage line.
     const QString table = parser.helpText();
     const int options = table.indexOf(QLatin1String("Options:"));
     if (options >= 0)
         text += "\n" + table.mid(options);
-    text += "\n" + QLatin1String(kExitCodes);
+    const QString codes = command.exitCodes();
+    text += "\n" + (codes.isEmpty() ? QLatin1String(kExitCodes) : codes);
     return text;
 }
 

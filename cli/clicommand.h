@@ -30,6 +30,10 @@ public:
     // True when it also takes --baud N|auto (every port command but probe).
     virtual bool takesBaud() const { return usesPort(); }
 
+    // The "Exit codes:" table of orv-cli help COMMAND when the command
+    // returns fewer codes than the module commands; empty for the full one.
+    virtual QString exitCodes() const { return QString(); }
+
     virtual void addOptions(QCommandLineParser &parser) { Q_UNUSED(parser) }
     virtual int run(CliContext &context) = 0;
 };

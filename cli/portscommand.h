@@ -11,6 +11,7 @@ public:
     QString summary() const override;
     QString synopsis() const override { return QStringLiteral("[--json]"); }
     QString details() const override;
+    QString exitCodes() const override;
     void addOptions(QCommandLineParser &parser) override;
     int run(CliContext &context) override;
 };

@@ -29,10 +29,20 @@ QString ProbeCommand::details() const
 void ProbeCommand::addOptions(QCommandLineParser &parser)
 {
     parser.addOption({"listen",
-                      QString("How long to listen at each rate, in ms (default: %1).")
+                      QString("How long to listen at each rate, in ms, 10..10000 (default: %1).")
                           .arg(BaudProbe::defaultListenText()),
                       "MS"});
     parser.addOption({"json", "Prints the result as a JSON object."});
+}
+
+QString ProbeCommand::exitCodes() const
+{
+    return QStringLiteral("Exit codes:\n"
+                          "  0    done: the rate is printed\n"
+                          "  2    bad command line (nothing was sent)\n"
+                          "  3    the port cannot be opened (missing, busy, no permission)\n"
+                          "  4    no frame at any rate, or the line went away\n"
+                          "  130  interrupted (Ctrl-C or SIGTERM)\n");
 }
 
 int ProbeCommand::run(CliContext &context)

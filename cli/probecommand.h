@@ -10,6 +10,7 @@ public:
     QString summary() const override;
     QString synopsis() const override { return QStringLiteral("[--listen MS] [--json]"); }
     QString details() const override;
+    QString exitCodes() const override;
     bool usesPort() const override { return true; }
     bool takesBaud() const override { return false; }
     void addOptions(QCommandLineParser &parser) override;

@@ -1,5 +1,6 @@
 #include "cli/cliapp.h"
 #include "cli/exitcode.h"
+#include "cli/interrupt.h"
 #include "cli/pictureareas.h"
 #include "cli/sessioncommands.h"
 #include "cli/sessionpicture.h"
@@ -69,9 +70,17 @@ QString RenderCommand::details() const
         "Several LOGs are read in the order given, as one stream.\n"
         "The picture is PNG, or SVG with --svg or a name ending in .svg. Without --range the\n"
         "window's default plane (x -5..5 m, y 0..8 m) is shown, widened to whole metres to\n"
-        "hold every reported point and area.\n"
-        "Exit codes: 0 done, 2 bad command line, a file that cannot be read or a picture that\n"
-        "cannot be written.");
+        "hold every reported point and area.");
+}
+
+QString RenderCommand::exitCodes() const
+{
+    return QStringLiteral(
+        "Exit codes:\n"
+        "  0    done\n"
+        "  2    bad command line, a file or folder that cannot be read, a bad area file,\n"
+        "       or a picture that cannot be written\n"
+        "  130  interrupted (Ctrl-C or SIGTERM); no picture is written (an old one stays)\n");
 }
 
 void RenderCommand::addOptions(QCommandLineParser &parser)
@@ -164,7 +173,7 @@ int RenderCommand::run(CliContext &context)
     SessionPicture picture(figures, heat, trails, areas, options);
     QString error;
     if (!savePicture(picture, output, svg, &error))
-        return context.fail(ExitUsage, error);
+        return context.fail(Interrupt::requested() ? ExitInterrupted : ExitUsage, error);
     if (!p.isSet("quiet"))
         context.note(QString("wrote %1 (%2x%3, %4 reports)")
                          .arg(output)

@@ -27,6 +27,7 @@ public:
     QString summary() const override;
     QString synopsis() const override;
     QString details() const override;
+    QString exitCodes() const override;
     void addOptions(QCommandLineParser &parser) override;
     int run(CliContext &context) override;
 };
@@ -38,6 +39,7 @@ public:
     QString summary() const override;
     QString synopsis() const override;
     QString details() const override;
+    QString exitCodes() const override;
     void addOptions(QCommandLineParser &parser) override;
     int run(CliContext &context) override;
 };

@@ -1,5 +1,7 @@
 #include "cli/sessionpicture.h"
 
+#include "cli/interrupt.h"
+
 #include <QImage>
 #include <QPainter>
 #include <QRegularExpression>
@@ -353,6 +355,12 @@ bool savePicture(const SessionPicture &picture, const QString &path, bool svg, Q
             picture.draw(canvas);
         }
         written = img.save(&file, "PNG");
+    }
+    // Ctrl-C while drawing: the QSaveFile is dropped, nothing half-written
+    // (nor an old picture overwritten) remains.
+    if (Interrupt::requested()) {
+        *error = QStringLiteral("interrupted");
+        return false;
     }
     if (!written || !file.commit()) {
         *error = QString("cannot write %1: %2").arg(path, file.errorString());

@@ -79,5 +79,6 @@ private:
     double low = 0, high = 0; // heat scale, seconds
 };
 
-// Writes the picture as PNG or SVG (by svg) to path through a QSaveFile.
+// Writes the picture as PNG or SVG (by svg) to path through a QSaveFile;
+// false, with nothing written, when Ctrl-C or SIGTERM came (Interrupt).
 bool savePicture(const SessionPicture &picture, const QString &path, bool svg, QString *error);

@@ -1,5 +1,7 @@
 #include "cli/sessionscan.h"
 
+#include "cli/interrupt.h"
+
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -61,10 +63,22 @@ bool SessionScan::addFile(const QString &path, QString *error)
     LogLineReader reader(&file);
     logline::ParsedLine line;
     qint64 sinceProgress = 0;
+    qint64 sinceCheck = 0;
     while (reader.next(line)) {
         if (progress && ++sinceProgress >= 4096) {
             sinceProgress = 0;
             progress(bytesBefore + reader.bytesRead());
+        }
+        // A flag read every 1024 lines (a fraction of a millisecond): Ctrl-C
+        // stops even a scan of gigabytes at once.
+        if (++sinceCheck >= 1024) {
+            sinceCheck = 0;
+            if (Interrupt::requested()) {
+                stopped = true;
+                if (error)
+                    *error = QStringLiteral("interrupted");
+                return false;
+            }
         }
         if (line.kind != logline::Kind::RecvData)
             continue;

@@ -78,8 +78,10 @@ public:
     SessionScan(const SessionFilter &filter, HeatMap *heat = nullptr, TrailStore *trails = nullptr);
 
     // Reads one file. False (with the reason) when it cannot be opened or
-    // read; what was read before a read error is kept.
+    // read; what was read before a read error is kept. Also false when
+    // Ctrl-C or SIGTERM arrives (Interrupt), then interrupted() is true.
     bool addFile(const QString &path, QString *error);
+    bool interrupted() const { return stopped; }
     // Ends the stream: the last reports get their time. Call once, at the end.
     void finish();
 
@@ -99,6 +101,7 @@ private:
     FrameDecoder decoder;
     SessionFigures fig;
     qint64 bytesBefore = 0; // bytes of the files already read
+    bool stopped = false;
 
     // The report that holds now.
     qint64 reportMs = -1;

@@ -9,6 +9,7 @@ public:
     QString name() const override { return QStringLiteral("show"); }
     QString summary() const override;
     QString synopsis() const override { return QStringLiteral("[--json]"); }
+    QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

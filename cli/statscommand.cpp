@@ -8,7 +8,7 @@
 
 QString StatsCommand::summary() const
 {
-    return QStringLiteral("link health: frames per second by code, bad sums, noise, silence");
+    return QStringLiteral("link health: frames per second, bad sums, noise, silence");
 }
 
 QString StatsCommand::details() const

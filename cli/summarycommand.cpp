@@ -1,4 +1,5 @@
 #include "cli/exitcode.h"
+#include "cli/interrupt.h"
 #include "cli/sessioncommands.h"
 #include "cli/sessionsummary.h"
 
@@ -59,8 +60,11 @@ int readSession(CliContext &context, SessionScan &scan)
     }
     for (const QString &file : files) {
         if (!scan.addFile(file, &error))
-            return context.fail(ExitUsage, error);
+            return context.fail(scan.interrupted() ? ExitInterrupted : ExitUsage, error);
     }
+    // Also a signal during the last lines or a small input: nothing is printed.
+    if (Interrupt::requested())
+        return context.fail(ExitInterrupted, QStringLiteral("interrupted"));
     scan.finish();
     scan.progress = nullptr;
     return ExitDone;
@@ -90,8 +94,16 @@ QString SummaryCommand::details() const
         "or the log folder itself standing for all its day folders (yyyymmdd) in date order.\n"
         "Several LOGs are read in the order given, as one stream.\n"
         "--from/--to take ISO 8601 date-times on the log's own clock (2026-11-21T08:00,\n"
-        "2026-11-21 08:00:05.250; a date alone is its midnight).\n"
-        "Exit codes: 0 done, 2 bad command line or a file that cannot be read.");
+        "2026-11-21 08:00:05.250; a date alone is its midnight).");
+}
+
+QString SummaryCommand::exitCodes() const
+{
+    return QStringLiteral(
+        "Exit codes:\n"
+        "  0    done\n"
+        "  2    bad command line, or a file or folder that cannot be read\n"
+        "  130  interrupted (Ctrl-C or SIGTERM) while reading; nothing is printed\n");
 }
 
 void SummaryCommand::addOptions(QCommandLineParser &parser)

@@ -108,6 +108,11 @@ void TestCliApp::overviewListsCommandsAndExitCodes()
             QVERIFY2(o.out.contains(code), code);
         QVERIFY(o.out.contains("--baud N|auto"));
         QVERIFY(o.out.contains("dialout") || o.out.contains("permission"));
+        QVERIFY(o.out.contains("but probe"));
+        QVERIFY(o.out.contains("1..16777215"));
+        QVERIFY(o.out.contains("-v, --version"));
+        for (const QString &line : o.out.split('\n'))
+            QVERIFY2(line.size() <= 80, qPrintable(line));
     }
 }
 
@@ -124,6 +129,9 @@ void TestCliApp::version()
     const Outcome o = runCli({"--version"});
     QCOMPARE(o.code, 0);
     QVERIFY2(QRegularExpression("^orv-cli \\d+\\.\\d+").match(o.out).hasMatch(), qPrintable(o.out));
+    const Outcome v = runCli({"-v"});
+    QCOMPARE(v.code, 0);
+    QCOMPARE(v.out, o.out);
 }
 
 void TestCliApp::helpForEachCommand_data()
@@ -152,7 +160,21 @@ void TestCliApp::helpForEachCommand()
     if (command != "ports") {
         QVERIFY2(a.out.contains("--port"), qPrintable(a.out));
         QCOMPARE(a.out.contains("--baud"), command != "probe");
+        if (command == "probe")
+            QVERIFY(a.out.contains("10..10000"));
+        if (command == "show")
+            QVERIFY(a.out.contains("It is not an area file"));
+        QVERIFY(a.out.contains("  130 "));
+    } else {
+        QVERIFY(a.out.contains("the device path"));
+        QVERIFY(a.out.contains("serial number"));
+        // ports opens nothing: no module codes.
+        QVERIFY(a.out.contains("  2 "));
+        for (const char *code : {"  1 ", "  3 ", "  4 ", "  130 "})
+            QVERIFY2(!a.out.contains(code), code);
     }
+    for (const QString &line : a.out.split('\n'))
+        QVERIFY2(line.size() <= 80, qPrintable(line));
 }
 
 void TestCliApp::groupHelp()

@@ -16,6 +16,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <signal.h>
+
 #ifndef ORV_CLI_BIN
 #error "ORV_CLI_BIN must name the orv-cli executable"
 #endif
@@ -59,6 +61,9 @@ private slots:
     void folderInNumericOrder();
     void progressUnlessQuiet();
     void svgByName();
+    void helpListsOwnExitCodes();
+    void stopsOnSignal_data();
+    void stopsOnSignal();
 
 private:
     QString write(const QString &name, const QByteArray &text);
@@ -355,6 +360,84 @@ void TestSessionCommands::svgByName()
     const QByteArray text = f.readAll();
     QVERIFY(text.contains("<svg"));
     QVERIFY(text.contains(">40 reports (10.0/s)")); // 08:00:01.000 .. 08:00:04.900
+}
+
+void TestSessionCommands::helpListsOwnExitCodes()
+{
+    for (const QString command : {"summary", "render"}) {
+        const Run r = orvCli({"help", command});
+        QCOMPARE(r.code, 0);
+        const QString text = QString::fromUtf8(r.out);
+        QCOMPARE(text.count("Exit codes"), 1);
+        for (const char *code : {"\n  0 ", "\n  2 ", "\n  130 "})
+            QVERIFY2(text.contains(code), qPrintable(text));
+        for (const char *code : {"\n  1 ", "\n  3 ", "\n  4 "})
+            QVERIFY2(!text.contains(code), qPrintable(text));
+        for (const QString &line : text.split('\n'))
+            QVERIFY2(line.size() <= 80, qPrintable(line));
+    }
+}
+
+void TestSessionCommands::stopsOnSignal_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<int>("signal");
+    QTest::newRow("summary, Ctrl-C") << "summary" << int(SIGINT);
+    QTest::newRow("render, SIGTERM") << "render" << int(SIGTERM);
+}
+
+void TestSessionCommands::stopsOnSignal()
+{
+    QFETCH(QString, command);
+    QFETCH(int, signal);
+    // 17 MiB read 40 times: seconds of scanning even for summary in a release
+    // build, so a scan that ignores the signal cannot end in time.
+    QByteArray big;
+    const QByteArray line =
+        sessionlog::recvLine(sessionlog::baseMs(), sessionlog::targetFrame({{1, 1}}));
+    big.reserve(17 * 1024 * 1024 + line.size());
+    while (big.size() < 17 * 1024 * 1024)
+        big += line;
+    const QString path = write("signal.log", big);
+    const QString picture = dir.filePath("signal.png");
+    QStringList args{command, "--quiet"};
+    for (int i = 0; i < 40; ++i)
+        args << path;
+    if (command == "render")
+        args << "-o" << picture;
+
+    QProcess p;
+    p.start(QStringLiteral(ORV_CLI_BIN), args);
+    QVERIFY(p.waitForStarted());
+    // The signal goes out as soon as the program catches it (Linux lists the
+    // caught signals in /proc/PID/status), before it has read much.
+    const quint64 wanted = (1ull << (SIGINT - 1)) | (1ull << (SIGTERM - 1));
+    quint64 caught = 0;
+    QElapsedTimer t;
+    t.start();
+    while ((caught & wanted) != wanted && t.elapsed() < 10000 && p.state() == QProcess::Running) {
+        QFile status(QString("/proc/%1/status").arg(p.processId()));
+        if (status.open(QIODevice::ReadOnly)) {
+            for (const QByteArray &l : status.readAll().split('\n'))
+                if (l.startsWith("SigCgt:"))
+                    caught = l.mid(7).trimmed().toULongLong(nullptr, 16);
+        }
+        if ((caught & wanted) != wanted)
+            QThread::msleep(5);
+    }
+    QVERIFY2((caught & wanted) == wanted, "orv-cli does not catch SIGINT and SIGTERM");
+    QVERIFY(p.state() == QProcess::Running);
+    ::kill(pid_t(p.processId()), signal);
+    t.restart();
+    QVERIFY2(p.waitForFinished(5000), "still scanning 5 s after the signal");
+    QVERIFY2(t.elapsed() < 1000, qPrintable(QString::number(t.elapsed())));
+    QCOMPARE(p.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(p.exitCode(), 130);
+    const QByteArray err = p.readAllStandardError();
+    QVERIFY2(err.contains("interrupted"), err.constData());
+    QVERIFY(p.readAllStandardOutput().isEmpty());
+    QVERIFY(!QFile::exists(picture));
+    QFile::remove(path);
 }
 
 QTEST_MAIN(TestSessionCommands)

@@ -2,6 +2,7 @@
 // known walking paths, area occupancy, counts of what is broken, the time
 // window, and how LOG arguments expand.
 
+#include "cli/interrupt.h"
 #include "cli/sessionscan.h"
 #include "tests/session/sessionlog.h"
 
@@ -32,6 +33,7 @@ private slots:
     void parseLogTime_data();
     void parseLogTime();
     void unreadableFile();
+    void stopsOnInterrupt();
 
 private:
     QString write(const QString &name, const QByteArray &text);
@@ -369,6 +371,29 @@ void TestSessionScan::unreadableFile()
     QVERIFY(!scan.addFile(path, &error));
     QVERIFY(error.contains(path));
     QCOMPARE(scan.figures().files, 0);
+}
+
+void TestSessionScan::stopsOnInterrupt()
+{
+    QByteArray log;
+    for (int i = 0; i < 5000; ++i)
+        log += recvLine(baseMs() + 100 * i, targetFrame({{1, 1}}));
+    const QString path = write("long.log", log);
+
+    Interrupt::request();
+    SessionScan scan{SessionFilter()};
+    QString error;
+    const bool read = scan.addFile(path, &error);
+    Interrupt::clear();
+    QVERIFY(!read);
+    QVERIFY(scan.interrupted());
+    QCOMPARE(error, QString("interrupted"));
+    QVERIFY(scan.figures().targetReports < 5000);
+
+    SessionScan again{SessionFilter()};
+    QVERIFY(again.addFile(path, &error));
+    QVERIFY(!again.interrupted());
+    QCOMPARE(again.figures().targetReports, qint64(5000));
 }
 
 QTEST_GUILESS_MAIN(TestSessionScan)

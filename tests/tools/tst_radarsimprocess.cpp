@@ -88,6 +88,10 @@ void TestRadarSimProcess::help()
           "--verbose", "--help"})
         QVERIFY2(out.contains(QLatin1String(option)), option);
     QVERIFY(out.contains("Exit codes"));
+    QVERIFY(out.contains("SIGTERM"));
+    QVERIFY(out.contains("--port device went"));
+    for (const QString &line : out.split('\n'))
+        QVERIFY2(line.size() <= 80, qPrintable(line));
 }
 
 void TestRadarSimProcess::badCommandLines_data()
