@@ -1,61 +1,23 @@
 #include "tools/radar-sim/replaylog.h"
 
+#include "log/loglinereader.h"
+
 #include <QFile>
 #include <QList>
-#include <QRegularExpression>
 
 #include <algorithm>
 
-namespace
-{
-
-int hexValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    return -1;
-}
-
-} // namespace
-
 bool ReplayLog::parseLine(const QByteArray &line, QDateTime *stamp, QByteArray *bytes)
 {
-    static const QRegularExpression pattern(
-        QStringLiteral("^\\[(\\d+)-(\\d{2})-(\\d{2}) (\\d{2}):(\\d{2}):(\\d{2})\\.(\\d{3})\\] "
-                       "RecvData:(.*)$"));
-    QByteArray text = line;
-    while (text.endsWith('\n') || text.endsWith('\r'))
-        text.chop(1);
-    const QRegularExpressionMatch m = pattern.match(QString::fromLatin1(text));
-    if (!m.hasMatch())
-        return false;
-
-    const QDate date(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt());
-    const QTime time(m.captured(4).toInt(), m.captured(5).toInt(), m.captured(6).toInt(),
-                     m.captured(7).toInt());
-    if (!date.isValid() || !time.isValid())
-        return false;
-
     QByteArray data;
-    const QStringList tokens = m.captured(8).split(' ', Qt::SkipEmptyParts);
-    for (const QString &token : tokens) {
-        if (token.size() != 2)
-            return false;
-        const int hi = hexValue(token.at(0).toLatin1());
-        const int lo = hexValue(token.at(1).toLatin1());
-        if (hi < 0 || lo < 0)
-            return false;
-        data.append(char(hi * 16 + lo));
-    }
-    if (data.isEmpty())
+    const logline::ParsedLine parsed = logline::parseLogLine(line.constData(), line.size(), data);
+    // Only whole dumps are played: a dump that breaks off would send a frame
+    // the module never sent.
+    if (parsed.kind != logline::Kind::RecvData || parsed.truncatedDump || data.isEmpty())
         return false;
     // Time stamps are wall-clock readings; taken as UTC so that no daylight
     // saving step shifts the gaps between them.
-    *stamp = QDateTime(date, time, Qt::UTC);
+    *stamp = QDateTime::fromMSecsSinceEpoch(parsed.msecs, Qt::UTC);
     *bytes = data;
     return true;
 }
