@@ -53,7 +53,11 @@ LogClockReading localClockReading()
     const std::time_t seconds = static_cast<std::time_t>(sinceEpoch.count() / 1000);
     const int millisecond = static_cast<int>(sinceEpoch.count() % 1000);
     std::tm local{};
+#ifdef _WIN32
+    localtime_s(&local, &seconds);
+#else
     localtime_r(&seconds, &local);
+#endif
     LogClockReading reading;
     reading.year = local.tm_year + 1900;
     reading.month = local.tm_mon + 1;
