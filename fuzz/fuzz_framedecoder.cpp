@@ -27,9 +27,16 @@ bool wellFormed(const QByteArray &frame, int maxFrameSize)
 {
     if (frame.size() < frameformat::kEnvelopeSize || frame.size() > maxFrameSize)
         return false;
+    // The length is read unsigned here, as the strict decoder reads it (the
+    // window's checksumMatches reads it signed, wrong for low bytes >= 0x80).
     const int length = (quint8(frame.at(3)) << 8) | quint8(frame.at(4));
-    return frameformat::hasHeaderAt(frame, 0) && length + 9 == frame.size() &&
-           frame.endsWith("\xDD\xEE\xFF") && frameformat::checksumMatches(frame);
+    if (!frameformat::hasHeaderAt(frame, 0) || length + 9 != frame.size() ||
+        !frame.endsWith("\xDD\xEE\xFF"))
+        return false;
+    quint8 sum = 0;
+    for (int k = 5; k < 5 + length; ++k)
+        sum = quint8(sum + quint8(frame.at(k)));
+    return sum == quint8(frame.at(5 + length));
 }
 
 } // namespace
