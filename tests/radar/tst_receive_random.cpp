@@ -213,7 +213,13 @@ void TestReceiveRandom::randomChunks_data()
     QTest::newRow("seed 3, debug output") << 3u << 30000 << false << true;
     // The real logger echoes every line on standard error: a smaller run,
     // with standard error sent to /dev/null.
+    // Under Wine every file operation of the log costs a trip to the Wine
+    // server, and the log writes about 100 KB per chunk here: fewer chunks.
+#ifdef Q_OS_WIN
+    QTest::newRow("seed 4, with the log") << 4u << 400 << true << true;
+#else
     QTest::newRow("seed 4, with the log") << 4u << 4000 << true << true;
+#endif
 }
 
 void TestReceiveRandom::randomChunks()
@@ -249,7 +255,11 @@ void TestReceiveRandom::randomChunks()
     if (withLog) {
         fflush(stderr);
         savedStderr = ::dup(2);
+#ifdef Q_OS_WIN
+        const int devNull = ::open("NUL", O_WRONLY);
+#else
         const int devNull = ::open("/dev/null", O_WRONLY);
+#endif
         ::dup2(devNull, 2);
         ::close(devNull);
     }

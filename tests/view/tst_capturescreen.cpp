@@ -24,8 +24,10 @@ namespace
 {
 const QColor kOutline(0, 180, 255);
 const QColor kHandle(0, 174, 255);
-// Text pixels allowed to differ between the painted label and the reference.
-const int kLabelTolerance = 6;
+// Text pixels allowed to differ between the painted label and the reference:
+// the same text differs in 2-4 pixels here and in up to 8 with the Windows
+// font engine (glyph placement), while one wrong figure differs in 40 or more.
+const int kLabelTolerance = 12;
 
 QStringList g_messages;
 
@@ -685,7 +687,15 @@ private slots:
         const QImage img = grabOverlay();
         const QStringList label = expectedLabel(sel);
         QVERIFY(label[1] != rawSize);
-        QVERIFY(labelDifference(img, sel, label[0], label[1]) <= kLabelTolerance);
+        const int diff = labelDifference(img, sel, label[0], label[1]);
+        QVERIFY2(diff <= kLabelTolerance,
+                 qPrintable(QString("%1 pixels differ for %2 / %3 in %4,%5 %6x%7")
+                                .arg(diff)
+                                .arg(label[0], label[1])
+                                .arg(sel.x())
+                                .arg(sel.y())
+                                .arg(sel.width())
+                                .arg(sel.height())));
         QVERIFY(labelDifference(img, sel, label[0], rawSize) > kLabelTolerance);
     }
 
