@@ -28,33 +28,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
-#include <unistd.h>
 #include <vector>
 
 namespace
 {
-
-double cpuSeconds(qint64 pid)
-{
-    QFile f(QString("/proc/%1/stat").arg(pid));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1.0;
-    const QByteArray text = f.readAll();
-    const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
-    const double ticks = double(::sysconf(_SC_CLK_TCK));
-    return (fields.value(11).toDouble() + fields.value(12).toDouble()) / ticks;
-}
-
-qint64 residentKb(qint64 pid)
-{
-    QFile f(QString("/proc/%1/status").arg(pid));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : f.readAll().split('\n'))
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
-    return -1;
-}
 
 bool isCrosshairRed(QRgb c)
 {
@@ -260,7 +237,7 @@ int main(int argc, char *argv[])
     for (int round = 0; round < rounds; ++round) {
         std::vector<double> before;
         for (Run &r : runs)
-            before.push_back(cpuSeconds(r.session->toolPid()));
+            before.push_back(r.session->toolCpuSeconds());
         QElapsedTimer t;
         t.start();
         QThread::sleep(unsigned(window));
@@ -273,7 +250,7 @@ int main(int argc, char *argv[])
                              qPrintable(r.label));
                 return 1;
             }
-            const double used = cpuSeconds(r.session->toolPid()) - before[k];
+            const double used = r.session->toolCpuSeconds() - before[k];
             r.percent.push_back(100.0 * used / seconds);
             std::printf("  %s %.2f %% (%.3f ms per report)", qPrintable(r.label), r.percent.back(),
                         10.0 * r.percent.back() / rate);
@@ -283,7 +260,7 @@ int main(int argc, char *argv[])
     }
 
     for (Run &r : runs) {
-        r.rssKb = residentKb(r.session->toolPid());
+        r.rssKb = r.session->toolResidentKb();
         checkMouse(r, mouseWait);
     }
     for (Run &r : runs)

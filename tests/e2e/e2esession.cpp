@@ -13,6 +13,7 @@
 #include <X11/Xlib.h>
 
 #include <cmath>
+#include <unistd.h>
 
 namespace e2e
 {
@@ -497,6 +498,29 @@ bool Session::stopSim()
         return fail("radar-sim did not stop on SIGTERM");
     simErr += sim.process.readAllStandardError();
     return true;
+}
+
+double Session::toolCpuSeconds() const
+{
+    QFile f(QString("/proc/%1/stat").arg(toolPid()));
+    if (!f.open(QIODevice::ReadOnly))
+        return -1.0;
+    const QByteArray text = f.readAll();
+    // Fields after the command name (which is in parentheses).
+    const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
+    const double ticks = double(::sysconf(_SC_CLK_TCK));
+    return (fields.value(11).toDouble() + fields.value(12).toDouble()) / ticks;
+}
+
+qint64 Session::toolResidentKb() const
+{
+    QFile f(QString("/proc/%1/status").arg(toolPid()));
+    if (!f.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray &line : f.readAll().split('\n'))
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
+    return -1;
 }
 
 QString Session::toolErrorText() const

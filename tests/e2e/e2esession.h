@@ -2,8 +2,9 @@
 
 // One session of the real program on a virtual X server against radar-sim:
 // start Xvfb, the simulator and orv-tool in a fresh run directory, find the
-// window, click through the X server, photograph the screen, and close the
-// window as a window manager would. Shared by the window test and the soak run.
+// window, click through the X server, photograph the screen, read the tool's
+// CPU time and memory, and close the window as a window manager would. Shared
+// by the end-to-end tests, the soak run and the window CPU benchmark.
 
 #include <QImage>
 #include <QList>
@@ -122,6 +123,11 @@ public:
     QString runDirectory() const { return runDir->path(); }
     QRect windowRect() const { return window; }
     qint64 toolPid() const { return tool.process.processId(); }
+    // The tool's user + system CPU seconds so far (from /proc); -1 when they
+    // cannot be read.
+    double toolCpuSeconds() const;
+    // The tool's resident memory (VmRSS) in kB; -1 when it cannot be read.
+    qint64 toolResidentKb() const;
     QProcess &toolProcess() { return tool.process; }
     QProcess &simProcess() { return sim.process; }
     // Last lines the tool wrote on standard error (kept in the run directory).
