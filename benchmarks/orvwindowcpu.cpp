@@ -87,15 +87,10 @@ bool start(Run &run, const QStringList &simArgs)
     e2e::Session &s = *run.session;
     s.setToolProgram(run.program);
     s.setToolStderr(QProcess::nullDevice());
-    if (!s.startXvfb() || !s.startSim(simArgs) || !s.prepareRunDir(115200, 1))
+    if (!s.startWithOpenLink(115200, simArgs))
         return false;
-    QElapsedTimer t;
-    t.start();
-    if (!s.startTool() || !s.waitForWindow())
-        return false;
-    // waitForWindow polls every 200 ms and then waits 1.5 s for the first paint.
-    run.startupMs = double(t.elapsed() - 1500);
-    return s.openLink(s.runDirectory() + "/before-open.png");
+    run.startupMs = double(s.windowShownMs());
+    return true;
 }
 
 // Moves the mouse to a few points of the plot; the crosshair's vertical line

@@ -292,6 +292,7 @@ bool Session::prepareRunDir(int baudRate, int languageIndex)
 
 bool Session::startTool()
 {
+    toolClock.start();
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("DISPLAY", displayName);
     env.insert("QT_QPA_PLATFORM", "xcb");
@@ -325,6 +326,7 @@ bool Session::waitForWindow(int timeoutMs)
     window = windowGeometry(windowId);
     if (window.width() <= 0 || window.height() <= 0)
         return fail("no geometry for the window " + windowId);
+    windowShown = toolClock.elapsed();
     QThread::msleep(1500); // first paint
     return true;
 }
@@ -368,6 +370,13 @@ bool Session::openLink(const QString &screenshotPath)
     if (!waitForSimOutput("request 6 (ReadArea)", 5000))
         return fail("the module heard no request after the click: " + QString(simErr));
     return true;
+}
+
+bool Session::startWithOpenLink(int baudRate, const QStringList &simArgs)
+{
+    return startXvfb() && startSim(QStringList{"--baud", QString::number(baudRate)} + simArgs) &&
+           prepareRunDir(baudRate, 1) && startTool() && waitForWindow() &&
+           openLink(runDir->filePath("before-open.png"));
 }
 
 bool Session::waitForSimOutput(const QByteArray &text, int timeoutMs)

@@ -6,6 +6,7 @@
 // CPU time and memory, and close the window as a window manager would. Shared
 // by the end-to-end tests, the soak run and the window CPU benchmark.
 
+#include <QElapsedTimer>
 #include <QImage>
 #include <QList>
 #include <QPoint>
@@ -85,6 +86,9 @@ public:
     // the run directory, read by toolErrorTail().
     void setToolStderr(const QString &path) { toolStderr = path; }
     bool waitForWindow(int timeoutMs = 20000);
+    // Milliseconds from startTool until waitForWindow found the window (before
+    // its wait for the first paint); -1 until then.
+    qint64 windowShownMs() const { return windowShown; }
     bool screenshot(const QString &path, QImage *image);
     bool click(const QPoint &p);
     // Screenshot, find the open button, click it.
@@ -92,6 +96,11 @@ public:
     // clickOpenButton, then wait for the module to hear the tool's first
     // request (read areas).
     bool openLink(const QString &screenshotPath);
+    // All of the above in a row, for a run that just needs the tool with an
+    // open link: Xvfb, the simulator at baudRate with simArgs, a run directory
+    // with that rate and language 1, the tool and its window, the link opened
+    // (the screenshot before the click is before-open.png in the run directory).
+    bool startWithOpenLink(int baudRate, const QStringList &simArgs);
     // The id of a top-level window with exactly this title, once it exists;
     // empty when none appeared in time.
     QString waitForWindowTitled(const QString &title, int timeoutMs);
@@ -152,6 +161,8 @@ private:
     QString lastError;
     QString toolProgram = QStringLiteral(ORV_TOOL_BIN);
     QString toolStderr;
+    QElapsedTimer toolClock;
+    qint64 windowShown = -1;
 };
 
 } // namespace e2e

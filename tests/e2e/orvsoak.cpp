@@ -72,10 +72,7 @@ int main(int argc, char *argv[])
     e2e::Session s;
     std::printf("orv-soak: %d s, radar-sim at 100 Hz with 16 targets\n", seconds);
     std::fflush(stdout);
-    if (!s.startXvfb() ||
-        !s.startSim({"--baud", "115200", "--rate", "100", "--targets", "16", "--seed", "1"}) ||
-        !s.prepareRunDir(115200, 1) || !s.startTool() || !s.waitForWindow() ||
-        !s.openLink(s.runDirectory() + "/before-open.png")) {
+    if (!s.startWithOpenLink(115200, {"--rate", "100", "--targets", "16", "--seed", "1"})) {
         std::fprintf(stderr, "orv-soak: %s\n", qPrintable(s.error()));
         return 1;
     }
