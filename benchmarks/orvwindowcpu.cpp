@@ -28,33 +28,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
-#include <unistd.h>
 #include <vector>
 
 namespace
 {
-
-double cpuSeconds(qint64 pid)
-{
-    QFile f(QString("/proc/%1/stat").arg(pid));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1.0;
-    const QByteArray text = f.readAll();
-    const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
-    const double ticks = double(::sysconf(_SC_CLK_TCK));
-    return (fields.value(11).toDouble() + fields.value(12).toDouble()) / ticks;
-}
-
-qint64 residentKb(qint64 pid)
-{
-    QFile f(QString("/proc/%1/status").arg(pid));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : f.readAll().split('\n'))
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
-    return -1;
-}
 
 bool isCrosshairRed(QRgb c)
 {
@@ -110,15 +87,10 @@ bool start(Run &run, const QStringList &simArgs)
     e2e::Session &s = *run.session;
     s.setToolProgram(run.program);
     s.setToolStderr(QProcess::nullDevice());
-    if (!s.startXvfb() || !s.startSim(simArgs) || !s.prepareRunDir(115200, 1))
+    if (!s.startWithOpenLink(115200, simArgs))
         return false;
-    QElapsedTimer t;
-    t.start();
-    if (!s.startTool() || !s.waitForWindow())
-        return false;
-    // waitForWindow polls every 200 ms and then waits 1.5 s for the first paint.
-    run.startupMs = double(t.elapsed() - 1500);
-    return s.openLink(s.runDirectory() + "/before-open.png");
+    run.startupMs = double(s.windowShownMs());
+    return true;
 }
 
 // Moves the mouse to a few points of the plot; the crosshair's vertical line
@@ -260,7 +232,7 @@ int main(int argc, char *argv[])
     for (int round = 0; round < rounds; ++round) {
         std::vector<double> before;
         for (Run &r : runs)
-            before.push_back(cpuSeconds(r.session->toolPid()));
+            before.push_back(r.session->toolCpuSeconds());
         QElapsedTimer t;
         t.start();
         QThread::sleep(unsigned(window));
@@ -273,7 +245,7 @@ int main(int argc, char *argv[])
                              qPrintable(r.label));
                 return 1;
             }
-            const double used = cpuSeconds(r.session->toolPid()) - before[k];
+            const double used = r.session->toolCpuSeconds() - before[k];
             r.percent.push_back(100.0 * used / seconds);
             std::printf("  %s %.2f %% (%.3f ms per report)", qPrintable(r.label), r.percent.back(),
                         10.0 * r.percent.back() / rate);
@@ -283,7 +255,7 @@ int main(int argc, char *argv[])
     }
 
     for (Run &r : runs) {
-        r.rssKb = residentKb(r.session->toolPid());
+        r.rssKb = r.session->toolResidentKb();
         checkMouse(r, mouseWait);
     }
     for (Run &r : runs)

@@ -51,6 +51,20 @@ QStringList AreasCommand::differences(const AreaFile &file, const ModuleAreas &h
     return lines;
 }
 
+int AreasCommand::compareWithModule(CliContext &context, ModuleSession &session,
+                                    const AreaFile &file, bool *same)
+{
+    ModuleAreas held;
+    const int code = readModule(context, session, &held);
+    if (code != ExitDone)
+        return code;
+    const QStringList diff = differences(file, held);
+    *same = diff.isEmpty();
+    if (!*same)
+        context.print(diff.join('\n') + '\n');
+    return ExitDone;
+}
+
 int AreasCommand::apply(CliContext &context, ModuleSession &session, const AreaEntry &entry)
 {
     QByteArray answer;
@@ -209,15 +223,12 @@ int AreasRestoreCommand::runWith(CliContext &context, ModuleSession &session)
         if (code != ExitDone)
             return code;
     }
-    ModuleAreas held;
-    const int code = readModule(context, session, &held);
+    bool same = false;
+    const int code = compareWithModule(context, session, file, &same);
     if (code != ExitDone)
         return code;
-    const QStringList diff = differences(file, held);
-    if (!diff.isEmpty()) {
-        context.print(diff.join('\n') + '\n');
+    if (!same)
         return context.fail(ExitRefused, "the module answered OK but holds something else");
-    }
     context.print(QString("restored %1 areas%2 and verified\n")
                       .arg(file.areas.size())
                       .arg(file.hasDisplay ? " and the display type" : ""));
@@ -250,15 +261,12 @@ int AreasVerifyCommand::checkArguments(CliContext &context)
 
 int AreasVerifyCommand::runWith(CliContext &context, ModuleSession &session)
 {
-    ModuleAreas held;
-    const int code = readModule(context, session, &held);
+    bool same = false;
+    const int code = compareWithModule(context, session, file, &same);
     if (code != ExitDone)
         return code;
-    const QStringList diff = differences(file, held);
-    if (!diff.isEmpty()) {
-        context.print(diff.join('\n') + '\n');
+    if (!same)
         return ExitRefused;
-    }
     context.print("the module holds what the file says\n");
     return ExitDone;
 }

@@ -15,6 +15,11 @@ protected:
     // compared in decimetres as the wire carries them. Areas and a display
     // type the file leaves out are not compared.
     static QStringList differences(const AreaFile &file, const ModuleAreas &held);
+    // Reads the module back and compares it with the file, printing each
+    // difference; *same tells whether there was none. Returns the read's
+    // exit code (ExitDone when the module answered).
+    int compareWithModule(CliContext &context, ModuleSession &session, const AreaFile &file,
+                          bool *same);
     // Sets one area (or repeals it for unset); ExitRefused on NG.
     int apply(CliContext &context, ModuleSession &session, const AreaEntry &entry);
     // Reads an area file named by the first argument into file.

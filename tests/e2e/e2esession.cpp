@@ -13,6 +13,7 @@
 #include <X11/Xlib.h>
 
 #include <cmath>
+#include <unistd.h>
 
 namespace e2e
 {
@@ -291,6 +292,7 @@ bool Session::prepareRunDir(int baudRate, int languageIndex)
 
 bool Session::startTool()
 {
+    toolClock.start();
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("DISPLAY", displayName);
     env.insert("QT_QPA_PLATFORM", "xcb");
@@ -324,6 +326,7 @@ bool Session::waitForWindow(int timeoutMs)
     window = windowGeometry(windowId);
     if (window.width() <= 0 || window.height() <= 0)
         return fail("no geometry for the window " + windowId);
+    windowShown = toolClock.elapsed();
     QThread::msleep(1500); // first paint
     return true;
 }
@@ -367,6 +370,13 @@ bool Session::openLink(const QString &screenshotPath)
     if (!waitForSimOutput("request 6 (ReadArea)", 5000))
         return fail("the module heard no request after the click: " + QString(simErr));
     return true;
+}
+
+bool Session::startWithOpenLink(int baudRate, const QStringList &simArgs)
+{
+    return startXvfb() && startSim(QStringList{"--baud", QString::number(baudRate)} + simArgs) &&
+           prepareRunDir(baudRate, 1) && startTool() && waitForWindow() &&
+           openLink(runDir->filePath("before-open.png"));
 }
 
 bool Session::waitForSimOutput(const QByteArray &text, int timeoutMs)
@@ -497,6 +507,29 @@ bool Session::stopSim()
         return fail("radar-sim did not stop on SIGTERM");
     simErr += sim.process.readAllStandardError();
     return true;
+}
+
+double Session::toolCpuSeconds() const
+{
+    QFile f(QString("/proc/%1/stat").arg(toolPid()));
+    if (!f.open(QIODevice::ReadOnly))
+        return -1.0;
+    const QByteArray text = f.readAll();
+    // Fields after the command name (which is in parentheses).
+    const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
+    const double ticks = double(::sysconf(_SC_CLK_TCK));
+    return (fields.value(11).toDouble() + fields.value(12).toDouble()) / ticks;
+}
+
+qint64 Session::toolResidentKb() const
+{
+    QFile f(QString("/proc/%1/status").arg(toolPid()));
+    if (!f.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray &line : f.readAll().split('\n'))
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
+    return -1;
 }
 
 QString Session::toolErrorText() const

@@ -2,9 +2,11 @@
 
 // One session of the real program on a virtual X server against radar-sim:
 // start Xvfb, the simulator and orv-tool in a fresh run directory, find the
-// window, click through the X server, photograph the screen, and close the
-// window as a window manager would. Shared by the window test and the soak run.
+// window, click through the X server, photograph the screen, read the tool's
+// CPU time and memory, and close the window as a window manager would. Shared
+// by the end-to-end tests, the soak run and the window CPU benchmark.
 
+#include <QElapsedTimer>
 #include <QImage>
 #include <QList>
 #include <QPoint>
@@ -84,6 +86,9 @@ public:
     // the run directory, read by toolErrorTail().
     void setToolStderr(const QString &path) { toolStderr = path; }
     bool waitForWindow(int timeoutMs = 20000);
+    // Milliseconds from startTool until waitForWindow found the window (before
+    // its wait for the first paint); -1 until then.
+    qint64 windowShownMs() const { return windowShown; }
     bool screenshot(const QString &path, QImage *image);
     bool click(const QPoint &p);
     // Screenshot, find the open button, click it.
@@ -91,6 +96,11 @@ public:
     // clickOpenButton, then wait for the module to hear the tool's first
     // request (read areas).
     bool openLink(const QString &screenshotPath);
+    // All of the above in a row, for a run that just needs the tool with an
+    // open link: Xvfb, the simulator at baudRate with simArgs, a run directory
+    // with that rate and language 1, the tool and its window, the link opened
+    // (the screenshot before the click is before-open.png in the run directory).
+    bool startWithOpenLink(int baudRate, const QStringList &simArgs);
     // The id of a top-level window with exactly this title, once it exists;
     // empty when none appeared in time.
     QString waitForWindowTitled(const QString &title, int timeoutMs);
@@ -122,6 +132,11 @@ public:
     QString runDirectory() const { return runDir->path(); }
     QRect windowRect() const { return window; }
     qint64 toolPid() const { return tool.process.processId(); }
+    // The tool's user + system CPU seconds so far (from /proc); -1 when they
+    // cannot be read.
+    double toolCpuSeconds() const;
+    // The tool's resident memory (VmRSS) in kB; -1 when it cannot be read.
+    qint64 toolResidentKb() const;
     QProcess &toolProcess() { return tool.process; }
     QProcess &simProcess() { return sim.process; }
     // Last lines the tool wrote on standard error (kept in the run directory).
@@ -146,6 +161,8 @@ private:
     QString lastError;
     QString toolProgram = QStringLiteral(ORV_TOOL_BIN);
     QString toolStderr;
+    QElapsedTimer toolClock;
+    qint64 windowShown = -1;
 };
 
 } // namespace e2e

@@ -17,7 +17,6 @@
 #include <QThread>
 
 #include <cstdio>
-#include <unistd.h>
 
 namespace
 {
@@ -29,30 +28,6 @@ struct Sample {
     double atS = 0;
     qint64 rssKb = 0;
 };
-
-qint64 residentKb(qint64 pid)
-{
-    QFile f(QString("/proc/%1/status").arg(pid));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : f.readAll().split('\n'))
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
-    return -1;
-}
-
-// User + system CPU seconds of a process.
-double cpuSeconds(qint64 pid)
-{
-    QFile f(QString("/proc/%1/stat").arg(pid));
-    if (!f.open(QIODevice::ReadOnly))
-        return 0.0;
-    const QByteArray text = f.readAll();
-    // Fields after the command name (which is in parentheses).
-    const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
-    const double ticks = double(::sysconf(_SC_CLK_TCK));
-    return (fields.value(11).toDouble() + fields.value(12).toDouble()) / ticks;
-}
 
 int usage()
 {
@@ -97,10 +72,7 @@ int main(int argc, char *argv[])
     e2e::Session s;
     std::printf("orv-soak: %d s, radar-sim at 100 Hz with 16 targets\n", seconds);
     std::fflush(stdout);
-    if (!s.startXvfb() ||
-        !s.startSim({"--baud", "115200", "--rate", "100", "--targets", "16", "--seed", "1"}) ||
-        !s.prepareRunDir(115200, 1) || !s.startTool() || !s.waitForWindow() ||
-        !s.openLink(s.runDirectory() + "/before-open.png")) {
+    if (!s.startWithOpenLink(115200, {"--rate", "100", "--targets", "16", "--seed", "1"})) {
         std::fprintf(stderr, "orv-soak: %s\n", qPrintable(s.error()));
         return 1;
     }
@@ -111,7 +83,7 @@ int main(int argc, char *argv[])
     QList<Sample> samples;
     QElapsedTimer clock;
     clock.start();
-    const double cpuAtStart = cpuSeconds(pid);
+    const double cpuAtStart = s.toolCpuSeconds();
     bool alive = true;
     for (int next = 0; next <= seconds; next += every) {
         while (clock.elapsed() < qint64(next) * 1000)
@@ -121,12 +93,12 @@ int main(int argc, char *argv[])
             alive = false;
             break;
         }
-        const Sample sample{clock.elapsed() / 1000.0, residentKb(pid)};
+        const Sample sample{clock.elapsed() / 1000.0, s.toolResidentKb()};
         samples.append(sample);
         std::printf("  t=%6.1f s  VmRSS %7lld kB\n", sample.atS, sample.rssKb);
         std::fflush(stdout);
     }
-    const double cpuUsed = cpuSeconds(pid) - cpuAtStart;
+    const double cpuUsed = s.toolCpuSeconds() - cpuAtStart;
     const double ranFor = clock.elapsed() / 1000.0;
     check(alive, "orv-tool or radar-sim ended during the run:\n" + s.toolErrorTail());
     if (!alive) {

@@ -6,6 +6,7 @@
 // buffer must stay within its limit and the process must not grow, and once
 // the box closes reading must resume with what the peer sends afterwards.
 
+#include "ptypeer.h"
 #include "radar/radercommunicate.h"
 #include "radar/radercommunicateaccess.h"
 
@@ -21,9 +22,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <fcntl.h>
-#include <pty.h>
-#include <termios.h>
 #include <thread>
 #include <unistd.h>
 
@@ -69,30 +67,14 @@ QByteArray targetFrame(int people, qint8 x)
 
 void quiet(QtMsgType, const QMessageLogContext &, const QString &) {}
 
-// The module's end of a pseudo-terminal: a thread that writes target reports
+// The module's end of a pseudo-terminal, with a thread that writes target reports
 // (30 people, 70 bytes) one per millisecond while told to, with x = 1.0 m
 // before the hold ends and x = -3.0 m after. A full pseudo-terminal (the
 // link not reading) makes the writes wait; nothing is dropped.
-class StreamingPeer
+class StreamingPeer : public PtyPeer
 {
 public:
     ~StreamingPeer() { stop(); }
-
-    bool open()
-    {
-        char name[256] = {};
-        int slaveFd = -1;
-        if (::openpty(&master, &slaveFd, name, nullptr, nullptr) != 0)
-            return false;
-        termios tio{};
-        ::tcgetattr(master, &tio);
-        ::cfmakeraw(&tio);
-        ::tcsetattr(master, TCSANOW, &tio);
-        ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK);
-        ::close(slaveFd);
-        slave = QString::fromLocal8Bit(name);
-        return true;
-    }
 
     void start()
     {
@@ -105,12 +87,9 @@ public:
         running = false;
         if (writer.joinable())
             writer.join();
-        if (master >= 0)
-            ::close(master);
-        master = -1;
+        closeMaster();
     }
 
-    QString slave;
     std::atomic<bool> afterHold{false};
     std::atomic<qint64> written{0};
 
@@ -138,7 +117,6 @@ private:
         }
     }
 
-    int master = -1;
     std::atomic<bool> running{false};
     std::thread writer;
 };

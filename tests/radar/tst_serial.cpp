@@ -2,6 +2,7 @@
 // the master side, the link's QSerialPort opens the slave.
 
 #include "linkrecorder.h"
+#include "ptypeer.h"
 #include "radar/radercommunicate.h"
 #include "radar/radercommunicateaccess.h"
 
@@ -9,13 +10,8 @@
 #include <QSignalSpy>
 #include <QtTest>
 
-#include <cerrno>
-#include <fcntl.h>
-#include <pty.h>
 #include <random>
 #include <sys/resource.h>
-#include <termios.h>
-#include <unistd.h>
 
 namespace
 {
@@ -24,76 +20,6 @@ const char kTargets[] = "FF EE DD 00 05 07 0A 1E F6 14 39 DD EE FF";
 const char kReadArea[] = "FF EE DD 00 1F 06 01 00 F1 1E F1 0A 0F 0A 0F 1E 02 02 00 00 00 00 00 "
                          "00 00 00 03 01 E2 50 E2 00 1E 00 1E 50 FF DD EE FF";
 const char kNoSuchPort[] = "/dev/orv-no-such-port";
-
-// The module's end of a pseudo-terminal pair.
-class Pty
-{
-public:
-    ~Pty() { closeMaster(); }
-
-    bool open()
-    {
-        char name[256] = {};
-        int slaveFd = -1;
-        if (::openpty(&master, &slaveFd, name, nullptr, nullptr) != 0)
-            return false;
-        termios tio{};
-        ::tcgetattr(master, &tio);
-        ::cfmakeraw(&tio);
-        ::tcsetattr(master, TCSANOW, &tio);
-        ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK);
-        ::close(slaveFd); // the link opens the slave by name
-        slave = QString::fromLocal8Bit(name);
-        return true;
-    }
-
-    void closeMaster()
-    {
-        if (master >= 0)
-            ::close(master);
-        master = -1;
-    }
-
-    bool write(const QByteArray &bytes)
-    {
-        return ::write(master, bytes.constData(), size_t(bytes.size())) == bytes.size();
-    }
-
-    // Reads what the link wrote, running the event loop (the port writes
-    // from its notifier) until `expected` bytes came or the time is up;
-    // then waits a little longer for anything extra.
-    QByteArray read(int expected, int timeoutMs = 2000)
-    {
-        QByteArray got;
-        QElapsedTimer timer;
-        timer.start();
-        while (timer.elapsed() < timeoutMs) {
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-            drain(got);
-            if (got.size() >= expected)
-                break;
-            QThread::msleep(2);
-        }
-        QTest::qWait(30);
-        drain(got);
-        return got;
-    }
-
-    int master = -1;
-    QString slave;
-
-private:
-    void drain(QByteArray &got)
-    {
-        char buf[512];
-        for (;;) {
-            const ssize_t n = ::read(master, buf, sizeof buf);
-            if (n <= 0)
-                break;
-            got.append(buf, int(n));
-        }
-    }
-};
 
 double threadCpuMs()
 {
@@ -229,7 +155,7 @@ void TestSerial::refusalsWhileClosed()
 
 void TestSerial::openLogLine()
 {
-    Pty pty;
+    PtyPeer pty;
     QVERIFY(pty.open());
     {
         LinkRecorder recorder(link);
@@ -289,7 +215,7 @@ void TestSerial::requestsOnTheWire()
     QFETCH(int, arg);
     QFETCH(QByteArray, expected);
 
-    Pty pty;
+    PtyPeer pty;
     QVERIFY(pty.open());
     QVERIFY(link->OpenSerial(pty.slave, 115200));
     pty.read(0, 50); // nothing is sent by opening
@@ -306,7 +232,7 @@ void TestSerial::requestsOnTheWire()
 
 void TestSerial::frameInRandomChunks()
 {
-    Pty pty;
+    PtyPeer pty;
     QVERIFY(pty.open());
     QVERIFY(link->OpenSerial(pty.slave, 115200));
 
@@ -341,7 +267,7 @@ void TestSerial::frameInRandomChunks()
 
 void TestSerial::reopenDropsUnfinishedFrame()
 {
-    Pty pty;
+    PtyPeer pty;
     QVERIFY(pty.open());
     QVERIFY(link->OpenSerial(pty.slave, 115200));
     QSignalSpy readArea(link, &RaderCommunicate::signal_ReadAreaResp);
@@ -369,7 +295,7 @@ void TestSerial::failedOpenLeavesConnectionsThatDouble()
     // A failed open still connects the port; opening again without a close in
     // between connects a second time, so every read is handled twice.
     QCOMPARE(link->OpenSerial(kNoSuchPort, 115200), false);
-    Pty pty;
+    PtyPeer pty;
     QVERIFY(pty.open());
     QVERIFY(link->OpenSerial(pty.slave, 115200));
 
@@ -435,7 +361,7 @@ void TestSerial::errorSlot()
 
 void TestSerial::portLostMidSession()
 {
-    Pty pty;
+    PtyPeer pty;
     QVERIFY(pty.open());
     QVERIFY(link->OpenSerial(pty.slave, 115200));
     QSerialPort *port = RaderCommunicateAccess::port(link);
@@ -479,7 +405,7 @@ void TestSerial::portLostMidSession()
     // The receiver closes; a new session on another port works again.
     link->CloseSerial();
     QCOMPARE(link->bOpen, false);
-    Pty second;
+    PtyPeer second;
     QVERIFY(second.open());
     QVERIFY(link->OpenSerial(second.slave, 115200));
     QVERIFY(second.write(hex(kTargets) + hex("00")));
@@ -494,7 +420,7 @@ void TestSerial::availablePortsWithExtraPorts()
     qunsetenv("ORV_EXTRA_PORTS");
     const QStringList plain = link->GetAvailablePorts();
 
-    Pty pty;
+    PtyPeer pty;
     QVERIFY(pty.open());
     QVERIFY(pty.slave.startsWith("/dev/"));
     const QString expectedName = pty.slave.mid(5); // Qt names /dev/pts/N "pts/N"
@@ -521,7 +447,7 @@ void TestSerial::availablePortsWithExtraPorts()
 
 void TestSerial::availablePortsLeaveOutAPortInUse()
 {
-    Pty pty;
+    PtyPeer pty;
     QVERIFY(pty.open());
     const QString name = pty.slave.mid(5);
     qputenv("ORV_EXTRA_PORTS", pty.slave.toLocal8Bit());
