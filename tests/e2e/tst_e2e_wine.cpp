@@ -50,11 +50,11 @@ int differingPixels(const QImage &a, const QImage &b)
 }
 
 // Writes the script that starts the Windows build: Wine with the test's own
-// prefix, which gets Wine's Windows fonts. Wine offers the machine's serial devices (/dev/ttyS*) as COM ports,
-// and the tool opens every listed port at start; on a virtual machine's UART
-// that open never returns under Wine. Where a private mount namespace is
-// allowed, the script lays /dev/null over those devices inside it, so that
-// Wine cannot configure them and the tool leaves them out of its list.
+// prefix, which gets Wine's Windows fonts. Wine offers the machine's serial devices (/dev/ttyS*) as
+// COM ports, and the tool opens every listed port at start; on a virtual machine's UART that open
+// never returns under Wine. Where a private mount namespace is allowed, the script lays /dev/null
+// over those devices inside it, so that Wine cannot configure them and the tool leaves them out of
+// its list.
 bool writeStarter(const QString &dir, QString *error)
 {
     const QString stage = QStringLiteral(ORV_WINDOWS_STAGE);
@@ -68,25 +68,27 @@ bool writeStarter(const QString &dir, QString *error)
         *error = "cannot write the starter script";
         return false;
     }
-    script.write(QString("#!/bin/sh\n"
-                         "export WINEPREFIX='%1' WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml='\n"
-                         "exe='%2/orv-tool.exe'\n"
-                         // Wine's own Tahoma, the face Windows dialogs use,
-                         // is only found inside the prefix.
-                         "fonts=\"$WINEPREFIX/drive_c/windows/Fonts\"\n"
-                         "if [ ! -f \"$fonts/tahoma.ttf\" ] && [ -f /usr/share/wine/fonts/tahoma.ttf ]; then\n"
-                         "    wineboot -i >/dev/null 2>&1 && wineserver -w\n"
-                         "    cp /usr/share/wine/fonts/*.ttf \"$fonts/\"\n"
-                         "fi\n"
-                         "if unshare -m true 2>/dev/null; then\n"
-                         "    exec unshare -m sh -c 'for d in /dev/ttyS*; do\n"
-                         "        [ -c \"$d\" ] && mount --bind /dev/null \"$d\"\n"
-                         "    done\n"
-                         "    exec wine \"$0\"' \"$exe\"\n"
-                         "fi\n"
-                         "exec wine \"$exe\"\n")
-                     .arg(QStringLiteral(ORV_WINE_E2E_PREFIX), stage)
-                     .toUtf8());
+    script.write(
+        QString(
+            "#!/bin/sh\n"
+            "export WINEPREFIX='%1' WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml='\n"
+            "exe='%2/orv-tool.exe'\n"
+            // Wine's own Tahoma, the face Windows dialogs use,
+            // is only found inside the prefix.
+            "fonts=\"$WINEPREFIX/drive_c/windows/Fonts\"\n"
+            "if [ ! -f \"$fonts/tahoma.ttf\" ] && [ -f /usr/share/wine/fonts/tahoma.ttf ]; then\n"
+            "    wineboot -i >/dev/null 2>&1 && wineserver -w\n"
+            "    cp /usr/share/wine/fonts/*.ttf \"$fonts/\"\n"
+            "fi\n"
+            "if unshare -m true 2>/dev/null; then\n"
+            "    exec unshare -m sh -c 'for d in /dev/ttyS*; do\n"
+            "        [ -c \"$d\" ] && mount --bind /dev/null \"$d\"\n"
+            "    done\n"
+            "    exec wine \"$0\"' \"$exe\"\n"
+            "fi\n"
+            "exec wine \"$exe\"\n")
+            .arg(QStringLiteral(ORV_WINE_E2E_PREFIX), stage)
+            .toUtf8());
     script.close();
     return script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
@@ -147,7 +149,8 @@ bool TestE2eWine::photograph(const QString &program, int languageIndex, Layout *
         QString("e2e-%1-%2.png").arg(program.isEmpty() ? "linux" : "wine").arg(languageIndex));
     // Wine's first start in a new prefix sets the prefix up first.
     const bool ok = s.startXvfb() && s.prepareRunDir(9600, languageIndex) && s.startTool() &&
-                    s.waitForWindow(program.isEmpty() ? 20000 : 120000) && s.screenshot(path, &shot);
+                    s.waitForWindow(program.isEmpty() ? 20000 : 120000) &&
+                    s.screenshot(path, &shot);
     if (!ok) {
         *error = s.error();
         return false;
