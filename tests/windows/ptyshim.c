@@ -28,7 +28,8 @@ typedef int (*IoctlFn)(int, unsigned long, void *);
 static int isPseudoTerminal(int fd)
 {
     struct stat st;
-    return fstat(fd, &st) == 0 && S_ISCHR(st.st_mode) && major(st.st_rdev) >= 136 && major(st.st_rdev) <= 143;
+    return fstat(fd, &st) == 0 && S_ISCHR(st.st_mode) && major(st.st_rdev) >= 136 &&
+           major(st.st_rdev) <= 143;
 }
 
 int ioctl(int fd, unsigned long request, ...)

@@ -26,14 +26,16 @@
 #include <string.h>
 
 #ifndef IOCTL_SERIAL_WAIT_ON_MASK
-#define IOCTL_SERIAL_WAIT_ON_MASK CTL_CODE(FILE_DEVICE_SERIAL_PORT, 18, METHOD_BUFFERED, FILE_ANY_ACCESS)
+#define IOCTL_SERIAL_WAIT_ON_MASK                                                                  \
+    CTL_CODE(FILE_DEVICE_SERIAL_PORT, 18, METHOD_BUFFERED, FILE_ANY_ACCESS)
 #endif
 #ifndef STATUS_PENDING
 #define STATUS_PENDING ((NTSTATUS)0x00000103L)
 #endif
 
-typedef NTSTATUS(NTAPI *NtDeviceIoControlFileFn)(HANDLE, HANDLE, PIO_APC_ROUTINE, PVOID, PIO_STATUS_BLOCK, ULONG,
-                                                 PVOID, ULONG, PVOID, ULONG);
+typedef NTSTATUS(NTAPI *NtDeviceIoControlFileFn)(HANDLE, HANDLE, PIO_APC_ROUTINE, PVOID,
+                                                 PIO_STATUS_BLOCK, ULONG, PVOID, ULONG, PVOID,
+                                                 ULONG);
 typedef NTSTATUS(NTAPI *NtQueueApcThreadFn)(HANDLE, PVOID, ULONG_PTR, ULONG_PTR, ULONG_PTR);
 typedef FARPROC(WINAPI *GetProcAddressFn)(HMODULE, LPCSTR);
 
@@ -57,7 +59,8 @@ struct PendingWait {
     PIO_STATUS_BLOCK iosb;
 };
 
-static void queueCompletion(HANDLE thread, PIO_APC_ROUTINE apc, PVOID context, PIO_STATUS_BLOCK iosb)
+static void queueCompletion(HANDLE thread, PIO_APC_ROUTINE apc, PVOID context,
+                            PIO_STATUS_BLOCK iosb)
 {
     /* NtQueueApcThread calls apc(context, iosb, 0): the shape of an I/O APC. */
     NTSTATUS status = queueApc(thread, (PVOID)apc, (ULONG_PTR)context, (ULONG_PTR)iosb, 0);
@@ -81,9 +84,9 @@ static VOID CALLBACK waitDone(PVOID parameter, BOOLEAN timedOut)
     free(wait);
 }
 
-static NTSTATUS NTAPI hookedIoControl(HANDLE file, HANDLE event, PIO_APC_ROUTINE apc, PVOID apcContext,
-                                      PIO_STATUS_BLOCK iosb, ULONG code, PVOID in, ULONG inSize, PVOID out,
-                                      ULONG outSize)
+static NTSTATUS NTAPI hookedIoControl(HANDLE file, HANDLE event, PIO_APC_ROUTINE apc,
+                                      PVOID apcContext, PIO_STATUS_BLOCK iosb, ULONG code, PVOID in,
+                                      ULONG inSize, PVOID out, ULONG outSize)
 {
     if (code != IOCTL_SERIAL_WAIT_ON_MASK || !apc || event)
         return realIoControl(file, event, apc, apcContext, iosb, code, in, inSize, out, outSize);
@@ -95,10 +98,11 @@ static NTSTATUS NTAPI hookedIoControl(HANDLE file, HANDLE event, PIO_APC_ROUTINE
     wait->apc = apc;
     wait->apcContext = apcContext;
     wait->iosb = iosb;
-    DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &wait->thread, 0, FALSE,
-                    DUPLICATE_SAME_ACCESS);
+    DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &wait->thread, 0,
+                    FALSE, DUPLICATE_SAME_ACCESS);
 
-    NTSTATUS status = realIoControl(file, wait->event, NULL, NULL, iosb, code, in, inSize, out, outSize);
+    NTSTATUS status =
+        realIoControl(file, wait->event, NULL, NULL, iosb, code, in, inSize, out, outSize);
     if (trace)
         fprintf(stderr, "wineapcfix: WAIT_ON_MASK returned %#lx\n", (unsigned long)status);
     if (status == STATUS_PENDING) {
@@ -121,7 +125,8 @@ static NTSTATUS NTAPI hookedIoControl(HANDLE file, HANDLE event, PIO_APC_ROUTINE
 
 static FARPROC WINAPI hookedGetProcAddress(HMODULE module, LPCSTR name)
 {
-    if (module == ntdll && ((ULONG_PTR)name >> 16) != 0 && strcmp(name, "NtDeviceIoControlFile") == 0)
+    if (module == ntdll && ((ULONG_PTR)name >> 16) != 0 &&
+        strcmp(name, "NtDeviceIoControlFile") == 0)
         return FN_CAST(FARPROC, hookedIoControl);
     return realGetProcAddress(module, name);
 }
@@ -136,13 +141,15 @@ static int patchImports(HMODULE module)
     if (!dir.VirtualAddress)
         return 0;
     int patched = 0;
-    for (IMAGE_IMPORT_DESCRIPTOR *imp = (IMAGE_IMPORT_DESCRIPTOR *)(base + dir.VirtualAddress); imp->Name; ++imp) {
+    for (IMAGE_IMPORT_DESCRIPTOR *imp = (IMAGE_IMPORT_DESCRIPTOR *)(base + dir.VirtualAddress);
+         imp->Name; ++imp) {
         IMAGE_THUNK_DATA *slot = (IMAGE_THUNK_DATA *)(base + imp->FirstThunk);
         for (; slot->u1.Function; ++slot) {
             if (slot->u1.Function != (ULONG_PTR)realGetProcAddress)
                 continue;
             DWORD old;
-            if (VirtualProtect(&slot->u1.Function, sizeof slot->u1.Function, PAGE_READWRITE, &old)) {
+            if (VirtualProtect(&slot->u1.Function, sizeof slot->u1.Function, PAGE_READWRITE,
+                               &old)) {
                 slot->u1.Function = (ULONG_PTR)hookedGetProcAddress;
                 VirtualProtect(&slot->u1.Function, sizeof slot->u1.Function, old, &old);
                 ++patched;
@@ -157,7 +164,8 @@ static void install(HMODULE self)
     trace = getenv("WINEAPCFIX_TRACE") != NULL;
     ntdll = GetModuleHandleW(L"ntdll.dll");
     HMODULE kernel32 = GetModuleHandleW(L"kernel32.dll");
-    realIoControl = FN_CAST(NtDeviceIoControlFileFn, GetProcAddress(ntdll, "NtDeviceIoControlFile"));
+    realIoControl =
+        FN_CAST(NtDeviceIoControlFileFn, GetProcAddress(ntdll, "NtDeviceIoControlFile"));
     queueApc = FN_CAST(NtQueueApcThreadFn, GetProcAddress(ntdll, "NtQueueApcThread"));
     realGetProcAddress = FN_CAST(GetProcAddressFn, GetProcAddress(kernel32, "GetProcAddress"));
 

@@ -56,7 +56,8 @@ int wmain(int argc, wchar_t **argv)
     ZeroMemory(&si, sizeof si);
     si.cb = sizeof si;
     PROCESS_INFORMATION pi = {0};
-    if (!CreateProcessW(NULL, command, NULL, NULL, TRUE, DEBUG_ONLY_THIS_PROCESS, NULL, NULL, &si, &pi))
+    if (!CreateProcessW(NULL, command, NULL, NULL, TRUE, DEBUG_ONLY_THIS_PROCESS, NULL, NULL, &si,
+                        &pi))
         return fail("CreateProcess", NULL);
 
     BYTE *entry = NULL;
@@ -78,8 +79,8 @@ int wmain(int argc, wchar_t **argv)
                 CloseHandle(ev.u.CreateProcessInfo.hFile);
             entry = (BYTE *)ev.u.CreateProcessInfo.lpStartAddress;
             const BYTE int3 = 0xCC;
-            if (!ReadProcessMemory(pi.hProcess, entry, &savedByte, 1, NULL)
-                || !WriteProcessMemory(pi.hProcess, entry, &int3, 1, NULL))
+            if (!ReadProcessMemory(pi.hProcess, entry, &savedByte, 1, NULL) ||
+                !WriteProcessMemory(pi.hProcess, entry, &int3, 1, NULL))
                 return fail("setting the entry breakpoint", &pi);
             FlushInstructionCache(pi.hProcess, entry, 1);
             break;
@@ -90,7 +91,8 @@ int wmain(int argc, wchar_t **argv)
             break;
         case EXCEPTION_DEBUG_EVENT: {
             const EXCEPTION_RECORD *rec = &ev.u.Exception.ExceptionRecord;
-            if (rec->ExceptionCode == EXCEPTION_BREAKPOINT && (BYTE *)rec->ExceptionAddress == entry && entry) {
+            if (rec->ExceptionCode == EXCEPTION_BREAKPOINT &&
+                (BYTE *)rec->ExceptionAddress == entry && entry) {
                 /* At the entry point: put the byte back, step back onto it,
                  * hold the main thread and load the DLL from a new thread. */
                 WriteProcessMemory(pi.hProcess, entry, &savedByte, 1, NULL);
@@ -110,9 +112,11 @@ int wmain(int argc, wchar_t **argv)
                 if (!remote || !WriteProcessMemory(pi.hProcess, remote, dll, bytes, NULL))
                     return fail("writing the DLL path", &pi);
                 /* kernel32 sits at the same address in every process. */
-                FARPROC loadLibrary = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "LoadLibraryW");
-                loaderThread = CreateRemoteThread(pi.hProcess, NULL, 0, (LPTHREAD_START_ROUTINE)(void (*)(void))loadLibrary,
-                                                  remote, 0, &loaderThreadId);
+                FARPROC loadLibrary =
+                    GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "LoadLibraryW");
+                loaderThread = CreateRemoteThread(
+                    pi.hProcess, NULL, 0, (LPTHREAD_START_ROUTINE)(void (*)(void))loadLibrary,
+                    remote, 0, &loaderThreadId);
                 if (!loaderThread)
                     return fail("CreateRemoteThread", &pi);
             } else if (rec->ExceptionCode != EXCEPTION_BREAKPOINT) {
