@@ -159,6 +159,15 @@ showLogs() {
     sed 's/^/    /' "$logs/$1.err" | tail -n 20
 }
 
+# 0. ports lists COM7 (it opens every port to see that it can be opened).
+runCli ports ports --json
+if [ "$rc" = 0 ] && grep -q "\"name\": \"$port\"" <<<"$out"; then
+    pass "ports lists $port"
+else
+    fail "ports: expected exit code 0 and $port in the list"
+    showLogs ports
+fi
+
 # 1. probe finds the module's rate among the 13.
 runCli probe probe --port "$port"
 if [ "$rc" = 0 ] && [ "$out" = "$rate" ]; then
