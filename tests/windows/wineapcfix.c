@@ -59,29 +59,36 @@ struct PendingWait {
     PIO_STATUS_BLOCK iosb;
 };
 
-static void queueCompletion(HANDLE thread, PIO_APC_ROUTINE apc, PVOID context,
-                            PIO_STATUS_BLOCK iosb)
+/* Runs as an APC on the thread that issued the wait: calls the caller's
+ * routine, then frees the wait. Freeing here, on the issuing thread, is safe:
+ * RegisterWaitForSingleObject has returned there long before. */
+static void NTAPI completeOnIssuingThread(ULONG_PTR parameter, ULONG_PTR unused1, ULONG_PTR unused2)
 {
-    /* NtQueueApcThread calls apc(context, iosb, 0): the shape of an I/O APC. */
-    NTSTATUS status = queueApc(thread, (PVOID)apc, (ULONG_PTR)context, (ULONG_PTR)iosb, 0);
+    (void)unused1;
+    (void)unused2;
+    struct PendingWait *wait = (struct PendingWait *)parameter;
     if (trace)
-        fprintf(stderr, "wineapcfix: APC queued (status %#lx, iosb %#lx)\n", (unsigned long)status,
-                (unsigned long)iosb->Status);
+        fprintf(stderr, "wineapcfix: completion routine called (iosb %#lx)\n",
+                (unsigned long)wait->iosb->Status);
+    wait->apc(wait->apcContext, wait->iosb, 0);
+    if (wait->waitHandle)
+        UnregisterWait(wait->waitHandle);
+    CloseHandle(wait->event);
+    CloseHandle(wait->thread);
+    free(wait);
+}
+
+static void queueCompletion(struct PendingWait *wait)
+{
+    queueApc(wait->thread, FN_CAST(PVOID, completeOnIssuingThread), (ULONG_PTR)wait, 0, 0);
 }
 
 static VOID CALLBACK waitDone(PVOID parameter, BOOLEAN timedOut)
 {
     (void)timedOut;
-    struct PendingWait *wait = parameter;
     /* Wine's polling thread has written the mask and the status block before
-     * signalling the event. */
-    queueCompletion(wait->thread, wait->apc, wait->apcContext, wait->iosb);
-    /* The wait cannot be unregistered from its own callback with a blocking
-     * call; the non-blocking form is enough as it runs only once. */
-    UnregisterWait(wait->waitHandle);
-    CloseHandle(wait->event);
-    CloseHandle(wait->thread);
-    free(wait);
+     * signalling the event. The wait belongs to the APC from here on. */
+    queueCompletion(parameter);
 }
 
 static NTSTATUS NTAPI hookedIoControl(HANDLE file, HANDLE event, PIO_APC_ROUTINE apc,
@@ -113,13 +120,15 @@ static NTSTATUS NTAPI hookedIoControl(HANDLE file, HANDLE event, PIO_APC_ROUTINE
         WaitForSingleObject(wait->event, INFINITE);
         status = iosb->Status;
     }
-    /* Finished at once (success or error with a written status block): Windows
-     * still runs the completion routine for a success. */
-    if (NT_SUCCESS(status))
-        queueCompletion(wait->thread, apc, apcContext, iosb);
-    CloseHandle(wait->event);
-    CloseHandle(wait->thread);
-    free(wait);
+    /* Finished at once: Windows still runs the completion routine for a
+     * success. */
+    if (NT_SUCCESS(status)) {
+        queueCompletion(wait);
+    } else {
+        CloseHandle(wait->event);
+        CloseHandle(wait->thread);
+        free(wait);
+    }
     return status;
 }
 
