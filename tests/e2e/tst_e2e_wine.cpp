@@ -1,8 +1,10 @@
 // The Windows build (the staged contents of the portable zip) under Wine in a
 // real X window: in each language the window must appear with the tool's
 // title and size, its plot and open button where the Linux build has them,
-// and its open button's caption must change with the language. Closing the
-// window the way a window manager does must end the program with 0.
+// and its open button's caption must change with the language. Then, with
+// radar-sim's pseudo-terminal mapped to COM7, one click on the open button
+// must show the simulated people where the plot puts them. Closing the window
+// the way a window manager does must end the program with 0.
 
 #include "tests/e2e/e2esession.h"
 
@@ -14,6 +16,9 @@
 
 #ifndef ORV_WINDOWS_STAGE
 #error "ORV_WINDOWS_STAGE must name the staged Windows build"
+#endif
+#ifndef ORV_SOURCE_DIR
+#error "ORV_SOURCE_DIR must name the source tree"
 #endif
 #ifndef ORV_WINE_E2E_PREFIX
 #error "ORV_WINE_E2E_PREFIX must name the Wine prefix for this test"
@@ -50,11 +55,12 @@ int differingPixels(const QImage &a, const QImage &b)
 }
 
 // Writes the script that starts the Windows build: Wine with the test's own
-// prefix, which gets Wine's Windows fonts. Wine offers the machine's serial devices (/dev/ttyS*) as
-// COM ports, and the tool opens every listed port at start; on a virtual machine's UART that open
-// never returns under Wine. Where a private mount namespace is allowed, the script lays /dev/null
-// over those devices inside it, so that Wine cannot configure them and the tool leaves them out of
-// its list.
+// prefix, which gets Wine's Windows fonts, and with the helpers that let a
+// Windows QSerialPort receive under Wine 8.0 (tests/windows: a modem-line
+// shim for pseudo-terminals and the completion routine that Wine's
+// WaitCommEvent never calls). Without them the tool's start-up probe of a
+// silent port (Wine offers the machine's /dev/ttyS* as COM ports) never
+// returns, and an open link receives nothing.
 bool writeStarter(const QString &dir, QString *error)
 {
     const QString stage = QStringLiteral(ORV_WINDOWS_STAGE);
@@ -63,6 +69,13 @@ bool writeStarter(const QString &dir, QString *error)
             *error = QString("cannot copy %1 from %2").arg(name, stage);
             return false;
         }
+    QProcess build;
+    build.setProcessChannelMode(QProcess::MergedChannels);
+    build.start(QStringLiteral(ORV_SOURCE_DIR "/tests/windows/build-wine-helpers.sh"), {dir});
+    if (!build.waitForFinished(120000) || build.exitCode() != 0) {
+        *error = "the Wine helpers do not build: " + QString::fromLocal8Bit(build.readAll());
+        return false;
+    }
     QFile script(dir + "/orv-tool");
     if (!script.open(QIODevice::WriteOnly)) {
         *error = "cannot write the starter script";
@@ -72,26 +85,37 @@ bool writeStarter(const QString &dir, QString *error)
         QString(
             "#!/bin/sh\n"
             "export WINEPREFIX='%1' WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml='\n"
-            "exe='%2/orv-tool.exe'\n"
-            // Wine's own Tahoma, the face Windows dialogs use,
-            // is only found inside the prefix.
+            "helpers='%2'\n"
+            // Wine's own Tahoma, the face Windows dialogs use, is only
+            // found inside the prefix.
             "fonts=\"$WINEPREFIX/drive_c/windows/Fonts\"\n"
             "if [ ! -f \"$fonts/tahoma.ttf\" ] && [ -f /usr/share/wine/fonts/tahoma.ttf ]; then\n"
             "    wineboot -i >/dev/null 2>&1 && wineserver -w\n"
             "    cp /usr/share/wine/fonts/*.ttf \"$fonts/\"\n"
             "fi\n"
-            "if unshare -m true 2>/dev/null; then\n"
-            "    exec unshare -m sh -c 'for d in /dev/ttyS*; do\n"
-            "        [ -c \"$d\" ] && mount --bind /dev/null \"$d\"\n"
-            "    done\n"
-            "    exec wine \"$0\"' \"$exe\"\n"
-            "fi\n"
-            "exec wine \"$exe\"\n")
-            .arg(QStringLiteral(ORV_WINE_E2E_PREFIX), stage)
+            "LD_PRELOAD=\"$helpers/ptyshim.so${LD_PRELOAD:+:$LD_PRELOAD}\" exec wine \\\n"
+            "    \"$helpers/winehookrun.exe\" \"$helpers/wineapcfix.dll\" '%3/orv-tool.exe'\n")
+            .arg(QStringLiteral(ORV_WINE_E2E_PREFIX), dir, stage)
             .toUtf8());
     script.close();
     return script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
+
+// Runs a Wine program in the test's prefix; true when it exits with 0.
+bool runWine(const QString &program, const QStringList &args)
+{
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("WINEPREFIX", QStringLiteral(ORV_WINE_E2E_PREFIX));
+    env.insert("WINEDEBUG", "-all");
+    p.setProcessEnvironment(env);
+    p.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    p.start(program, args);
+    return p.waitForFinished(120000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+}
+
+// People standing still (metres), as in the Linux window test.
+const QPointF kPeople[3] = {{-3.0, 2.0}, {0.0, 4.0}, {3.0, 6.0}};
 
 void stopWineServer()
 {
@@ -115,6 +139,7 @@ private slots:
     void windowInEachLanguage_data();
     void windowInEachLanguage();
     void captionFollowsLanguage();
+    void linkOpensOnMappedComPort();
 
 private:
     // The window of one program (the Linux build when starter is empty) in
@@ -226,6 +251,58 @@ void TestE2eWine::captionFollowsLanguage()
     // The two captions are different texts: many pixels differ.
     const int differ = differingPixels(wineButton[0], wineButton[1]);
     QVERIFY2(differ > 40, qPrintable(QString::number(differ)));
+}
+
+void TestE2eWine::linkOpensOnMappedComPort()
+{
+    // radar-sim's pseudo-terminal becomes COM7 in the prefix; Wine reads the
+    // mapping when its services start.
+    e2e::Session s;
+    QStringList simArgs{"--baud", "9600", "--rate", "10"};
+    for (const QPointF &p : kPeople)
+        simArgs << "--fixed" << QString("%1,%2").arg(p.x()).arg(p.y());
+    QVERIFY2(s.startXvfb(), qPrintable(s.error()));
+    QVERIFY2(s.startSim(simArgs), qPrintable(s.error()));
+    QVERIFY(runWine("wine", {"reg", "add", "HKLM\\Software\\Wine\\Ports", "/v", "COM7", "/d",
+                             s.ptyPath(), "/f"}));
+    stopWineServer();
+    QVERIFY(runWine("wineserver", {"-w"}));
+
+    s.setToolProgram(starter);
+    QVERIFY2(s.prepareRunDir(9600, 1), qPrintable(s.error()));
+    QFile ini(s.runDirectory() + "/ORV_conf.ini");
+    QVERIFY(ini.open(QIODevice::WriteOnly));
+    ini.write("[comm]\nport=COM7\nbaudrate=9600\n\n[language]\nindex=1\n");
+    ini.close();
+    QVERIFY2(s.startTool(), qPrintable(s.error()));
+    QVERIFY2(s.waitForWindow(120000), qPrintable(s.error()));
+
+    // The operator clicks "Open"; the module hears the tool's first request.
+    const QString before = QDir::current().filePath("e2e-wine-before-open.png");
+    QVERIFY2(s.openLink(before), qPrintable(s.error()));
+    QTest::qWait(3000);
+    QImage shot;
+    const QString after = QDir::current().filePath("e2e-wine-after-open.png");
+    QVERIFY2(s.screenshot(after, &shot), qPrintable(s.error()));
+    const e2e::PlotBox plot = e2e::findPlot(shot, s.windowRect());
+    QVERIFY2(plot.valid(), "no plot found in the Wine window");
+    const QList<e2e::Blob> discs = e2e::findDiscs(shot, s.windowRect());
+    QString where;
+    for (const e2e::Blob &b : discs)
+        where += QString(" (%1,%2)").arg(b.cx, 0, 'f', 1).arg(b.cy, 0, 'f', 1);
+    QVERIFY2(discs.size() == 3, qPrintable(QString("discs:%1 in %2").arg(where, after)));
+    for (const QPointF &person : kPeople) {
+        const QPointF e = plot.pixelOf(person);
+        bool found = false;
+        for (const e2e::Blob &b : discs)
+            found = found || (qAbs(b.cx - e.x()) <= 3.0 && qAbs(b.cy - e.y()) <= 3.0);
+        QVERIFY2(found, qPrintable(QString("no disc at (%1,%2); discs:%3")
+                                       .arg(e.x(), 0, 'f', 1)
+                                       .arg(e.y(), 0, 'f', 1)
+                                       .arg(where)));
+    }
+    QVERIFY2(s.closeWindow(30000), qPrintable(s.error()));
+    QCOMPARE(s.toolProcess().exitCode(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestE2eWine)

@@ -83,9 +83,7 @@ trap 'exit 1' INT TERM
 SECONDS=0
 
 # The helpers, built for this run from their sources.
-if ! gcc -shared -fPIC -O2 -o "$work/ptyshim.so" "$here/ptyshim.c" -ldl 2>"$logs/build.txt" \
-    || ! x86_64-w64-mingw32-gcc -O2 -shared -o "$work/wineapcfix.dll" "$here/wineapcfix.c" -lpsapi 2>>"$logs/build.txt" \
-    || ! x86_64-w64-mingw32-gcc -O2 -municode -o "$work/winehookrun.exe" "$here/winehookrun.c" 2>>"$logs/build.txt"; then
+if ! "$here/build-wine-helpers.sh" "$work" 2>"$logs/build.txt"; then
     echo "FAIL: the helpers do not build:"
     cat "$logs/build.txt"
     exit 1
