@@ -110,7 +110,10 @@ check "no DLL that nothing imports${unused:+ (unused:$unused)}" test -z "$unused
 # The folder alone runs: orv-cli.exe with no DLL path but its own folder.
 if command -v wine >/dev/null; then
     export WINEPREFIX=$work/prefix WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" WINEPATH=
-    out=$(cd "$dir" && timeout 120 wine orv-cli.exe --version 2>/dev/null | tr -d '\r')
+    # To a file: Wine's services, started by the first program in a prefix,
+    # would hold a pipe open after the program ends.
+    (cd "$dir" && timeout 120 wine orv-cli.exe --version >"$work/version.txt" 2>/dev/null)
+    out=$(tr -d '\r' <"$work/version.txt")
     check "orv-cli.exe --version runs from the unpacked folder ($out)" grep -q "$version" <<<"$out"
 fi
 
