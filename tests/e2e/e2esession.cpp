@@ -146,6 +146,66 @@ QPoint openButtonCentre(const QImage &img, const QRect &window)
     return QPoint();
 }
 
+QImage openButtonPicture(const QImage &img, const QRect &window)
+{
+    const QPoint c = openButtonCentre(img, window);
+    if (c.isNull())
+        return QImage();
+    return img.copy(QRect(c - QPoint(30, 15), QSize(61, 31)));
+}
+
+bool discsStandAt(const QImage &img, const QRect &window, const QList<QPointF> &people,
+                  QString *why)
+{
+    const PlotBox plot = findPlot(img, window);
+    if (!plot.valid()) {
+        *why = QString("plot not found: %1 %2 %3 %4")
+                   .arg(plot.left)
+                   .arg(plot.top)
+                   .arg(plot.right)
+                   .arg(plot.bottom);
+        return false;
+    }
+    const QList<Blob> discs = findDiscs(img, window);
+    QString where;
+    for (const Blob &b : discs)
+        where += QString(" (%1,%2)").arg(b.cx, 0, 'f', 1).arg(b.cy, 0, 'f', 1);
+    if (discs.size() != people.size()) {
+        *why = QString("%1 discs for %2 people:%3").arg(discs.size()).arg(people.size()).arg(where);
+        return false;
+    }
+    for (const QPointF &person : people) {
+        const QPointF e = plot.pixelOf(person);
+        bool found = false;
+        for (const Blob &b : discs)
+            found = found || (std::abs(b.cx - e.x()) <= 3.0 && std::abs(b.cy - e.y()) <= 3.0);
+        if (!found) {
+            *why = QString("no disc at (%1,%2) for (%3,%4); discs:%5")
+                       .arg(e.x(), 0, 'f', 1)
+                       .arg(e.y(), 0, 'f', 1)
+                       .arg(person.x())
+                       .arg(person.y())
+                       .arg(where);
+            return false;
+        }
+    }
+    for (const Blob &b : discs) {
+        if (b.pixels < 200 || b.pixels > 420) { // 20-pixel discs
+            *why = QString("a disc of %1 pixels").arg(b.pixels);
+            return false;
+        }
+    }
+    return true;
+}
+
+QStringList standingPeopleArgs(const QList<QPointF> &people)
+{
+    QStringList args;
+    for (const QPointF &p : people)
+        args << "--fixed" << QString("%1,%2").arg(p.x()).arg(p.y());
+    return args;
+}
+
 QPoint baudRateComboCentre(const QImage &img, const QRect &window)
 {
     // In the same group box as the open button: the combo at (140, 60), 69 x 22.

@@ -54,6 +54,15 @@ struct Blob {
 PlotBox findPlot(const QImage &img, const QRect &window);
 QList<Blob> findDiscs(const QImage &img, const QRect &window); // target colour 0,255,100
 QPoint openButtonCentre(const QImage &img, const QRect &window);
+// The open button's pixels (61 x 31 around its centre); null when not found.
+QImage openButtonPicture(const QImage &img, const QRect &window);
+// True when the screenshot shows exactly one disc for each person (metres) at
+// the pixel the plot gives its point, each disc of a 20-pixel disc's size;
+// otherwise false, with what was found in `why`.
+bool discsStandAt(const QImage &img, const QRect &window, const QList<QPointF> &people,
+                  QString *why);
+// radar-sim's arguments for people standing still at these points.
+QStringList standingPeopleArgs(const QList<QPointF> &people);
 QPoint baudRateComboCentre(const QImage &img, const QRect &window);
 
 // X helpers for windows that a session did not start itself.

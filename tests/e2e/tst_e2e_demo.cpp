@@ -23,17 +23,8 @@
 namespace
 {
 
-const QPointF kPeople[3] = {{-3.0, 2.0}, {0.0, 4.0}, {3.0, 6.0}};
+const QList<QPointF> kPeople = {{-3.0, 2.0}, {0.0, 4.0}, {3.0, 6.0}};
 const char kRealModuleIni[] = "[comm]\nport=ttyUSB0\nbaudrate=115200\n\n[language]\nindex=0\n";
-
-// The open button's pixels, found as the window test finds the button.
-QImage buttonPicture(const QImage &shot, const QRect &window)
-{
-    const QPoint c = e2e::openButtonCentre(shot, window);
-    if (c.isNull())
-        return QImage();
-    return shot.copy(QRect(c - QPoint(30, 15), QSize(61, 31)));
-}
 
 // Share of pixels that differ between two pictures of the same size.
 double difference(const QImage &a, const QImage &b)
@@ -93,7 +84,7 @@ QImage TestE2eDemo::referenceButton(int languageIndex)
         qWarning() << s.error();
         return QImage();
     }
-    const QImage button = buttonPicture(shot, s.windowRect());
+    const QImage button = e2e::openButtonPicture(shot, s.windowRect());
     s.closeWindow();
     return button;
 }
@@ -187,16 +178,14 @@ QImage TestE2eDemo::grab(const QString &name)
 
 void TestE2eDemo::englishDemoShowsPeopleAfterOneClick()
 {
-    QStringList simArgs{"--rate", "10"};
-    for (const QPointF &p : kPeople)
-        simArgs << "--fixed" << QString("%1,%2").arg(p.x()).arg(p.y());
+    const QStringList simArgs = QStringList{"--rate", "10"} + e2e::standingPeopleArgs(kPeople);
     QVERIFY2(startDemo("en_US.UTF-8", simArgs),
              qPrintable(readAll(scratch.filePath("demo-stderr.txt"))));
 
     QImage shot = grab("demo-before.png");
     QVERIFY(!shot.isNull());
     QVERIFY(e2e::findDiscs(shot, window).isEmpty());
-    const QImage button = buttonPicture(shot, window);
+    const QImage button = e2e::openButtonPicture(shot, window);
     QVERIFY2(difference(button, english) < 0.02, "the caption is not the English one");
 
     // The demo's own settings: the simulated port as the window lists it, the
@@ -242,7 +231,7 @@ void TestE2eDemo::chineseLocaleGivesChineseTexts()
              qPrintable(readAll(scratch.filePath("demo-stderr.txt"))));
     const QImage shot = grab("demo-zh.png");
     QVERIFY(!shot.isNull());
-    QVERIFY2(difference(buttonPicture(shot, window), chinese) < 0.02,
+    QVERIFY2(difference(e2e::openButtonPicture(shot, window), chinese) < 0.02,
              "the caption is not the Chinese one");
     QVERIFY(closeDemo());
     QSettings s(build + "/demo/ORV_conf.ini", QSettings::IniFormat);
@@ -263,7 +252,7 @@ void TestE2eDemo::storedLanguageIsKept()
              qPrintable(readAll(scratch.filePath("demo-stderr.txt"))));
     const QImage shot = grab("demo-kept.png");
     QVERIFY(!shot.isNull());
-    QVERIFY2(difference(buttonPicture(shot, window), chinese) < 0.02,
+    QVERIFY2(difference(e2e::openButtonPicture(shot, window), chinese) < 0.02,
              "the stored Chinese was not kept");
     QVERIFY(closeDemo());
     QSettings s(build + "/demo/ORV_conf.ini", QSettings::IniFormat);

@@ -14,14 +14,12 @@
 #include <QRegularExpression>
 #include <QtTest>
 
-#include <cmath>
-
 namespace
 {
 
 // The people the simulator reports (metres), well inside the default plane
 // and far enough apart that no label covers another disc.
-const QPointF kPeople[3] = {{-3.0, 2.0}, {0.0, 4.0}, {3.0, 6.0}};
+const QList<QPointF> kPeople = {{-3.0, 2.0}, {0.0, 4.0}, {3.0, 6.0}};
 // Their target report as the module sends it: (-30, 20), (0, 40), (30, 60).
 const char kTargetFrameHex[] = "FF EE DD 00 07 07 E2 14 00 28 1E 3C 7F DD EE FF ";
 
@@ -38,9 +36,8 @@ private slots:
 void TestE2eWindow::openLinkSeeTargetsCloseWindow()
 {
     e2e::Session s;
-    QStringList simArgs{"--baud", "115200", "--rate", "10"};
-    for (const QPointF &p : kPeople)
-        simArgs << "--fixed" << QString("%1,%2").arg(p.x()).arg(p.y());
+    const QStringList simArgs =
+        QStringList{"--baud", "115200", "--rate", "10"} + e2e::standingPeopleArgs(kPeople);
     QVERIFY2(s.startXvfb(), qPrintable(s.error()));
     QVERIFY2(s.startSim(simArgs), qPrintable(s.error()));
     QVERIFY2(s.prepareRunDir(115200, 1), qPrintable(s.error()));
@@ -63,31 +60,9 @@ void TestE2eWindow::openLinkSeeTargetsCloseWindow()
     QTest::qWait(1500);
     const QString after = QDir::current().filePath("e2e-after-open.png");
     QVERIFY2(s.screenshot(after, &shot), qPrintable(s.error()));
-    const e2e::PlotBox plot = e2e::findPlot(shot, s.windowRect());
-    QVERIFY2(plot.valid(), qPrintable(QString("plot not found: %1 %2 %3 %4")
-                                          .arg(plot.left)
-                                          .arg(plot.top)
-                                          .arg(plot.right)
-                                          .arg(plot.bottom)));
-    const QList<e2e::Blob> discs = e2e::findDiscs(shot, s.windowRect());
-    QString where;
-    for (const e2e::Blob &b : discs)
-        where += QString(" (%1,%2)").arg(b.cx, 0, 'f', 1).arg(b.cy, 0, 'f', 1);
-    QVERIFY2(discs.size() == 3, qPrintable(QString("discs:%1 in %2").arg(where, after)));
-    for (const QPointF &person : kPeople) {
-        const QPointF e = plot.pixelOf(person);
-        bool found = false;
-        for (const e2e::Blob &b : discs)
-            found = found || (std::abs(b.cx - e.x()) <= 3.0 && std::abs(b.cy - e.y()) <= 3.0);
-        QVERIFY2(found, qPrintable(QString("no disc at (%1,%2) for (%3,%4); discs:%5")
-                                       .arg(e.x(), 0, 'f', 1)
-                                       .arg(e.y(), 0, 'f', 1)
-                                       .arg(person.x())
-                                       .arg(person.y())
-                                       .arg(where)));
-    }
-    for (const e2e::Blob &b : discs) // 20-pixel discs
-        QVERIFY2(b.pixels >= 200 && b.pixels <= 420, qPrintable(QString::number(b.pixels)));
+    QString why;
+    QVERIFY2(e2e::discsStandAt(shot, s.windowRect(), kPeople, &why),
+             qPrintable(why + " in " + after));
 
     // Let the logger write its batches (every 5 s), then close the window.
     while (sinceOpen.elapsed() < 8000)

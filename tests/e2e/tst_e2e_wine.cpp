@@ -34,15 +34,6 @@ struct Layout {
     QImage button;     // the open button's pixels
 };
 
-// The open button's pixels, found as the window test finds the button.
-QImage buttonPicture(const QImage &shot, const QRect &window)
-{
-    const QPoint c = e2e::openButtonCentre(shot, window);
-    if (c.isNull())
-        return QImage();
-    return shot.copy(QRect(c - QPoint(30, 12), QSize(61, 25)));
-}
-
 int differingPixels(const QImage &a, const QImage &b)
 {
     if (a.isNull() || a.size() != b.size())
@@ -118,7 +109,7 @@ bool runWine(const QString &program, const QStringList &args)
 }
 
 // People standing still (metres), as in the Linux window test.
-const QPointF kPeople[3] = {{-3.0, 2.0}, {0.0, 4.0}, {3.0, 6.0}};
+const QList<QPointF> kPeople = {{-3.0, 2.0}, {0.0, 4.0}, {3.0, 6.0}};
 
 void stopWineServer()
 {
@@ -191,7 +182,7 @@ bool TestE2eWine::photograph(const QString &program, int languageIndex, Layout *
     layout->plot.top -= window.y();
     layout->plot.bottom -= window.y();
     layout->openButton = e2e::openButtonCentre(shot, window) - window.topLeft();
-    layout->button = buttonPicture(shot, window);
+    layout->button = e2e::openButtonPicture(shot, window);
     if (!s.closeWindow(30000)) {
         *error = "closing the window: " + s.error();
         return false;
@@ -261,9 +252,8 @@ void TestE2eWine::linkOpensOnMappedComPort()
     // radar-sim's pseudo-terminal becomes COM7 in the prefix; Wine reads the
     // mapping when its services start.
     e2e::Session s;
-    QStringList simArgs{"--baud", "9600", "--rate", "10"};
-    for (const QPointF &p : kPeople)
-        simArgs << "--fixed" << QString("%1,%2").arg(p.x()).arg(p.y());
+    const QStringList simArgs =
+        QStringList{"--baud", "9600", "--rate", "10"} + e2e::standingPeopleArgs(kPeople);
     QVERIFY2(s.startXvfb(), qPrintable(s.error()));
     QVERIFY2(s.startSim(simArgs), qPrintable(s.error()));
     QVERIFY(runWine("wine", {"reg", "add", "HKLM\\Software\\Wine\\Ports", "/v", "COM7", "/d",
@@ -287,23 +277,9 @@ void TestE2eWine::linkOpensOnMappedComPort()
     QImage shot;
     const QString after = QDir::current().filePath("e2e-wine-after-open.png");
     QVERIFY2(s.screenshot(after, &shot), qPrintable(s.error()));
-    const e2e::PlotBox plot = e2e::findPlot(shot, s.windowRect());
-    QVERIFY2(plot.valid(), "no plot found in the Wine window");
-    const QList<e2e::Blob> discs = e2e::findDiscs(shot, s.windowRect());
-    QString where;
-    for (const e2e::Blob &b : discs)
-        where += QString(" (%1,%2)").arg(b.cx, 0, 'f', 1).arg(b.cy, 0, 'f', 1);
-    QVERIFY2(discs.size() == 3, qPrintable(QString("discs:%1 in %2").arg(where, after)));
-    for (const QPointF &person : kPeople) {
-        const QPointF e = plot.pixelOf(person);
-        bool found = false;
-        for (const e2e::Blob &b : discs)
-            found = found || (qAbs(b.cx - e.x()) <= 3.0 && qAbs(b.cy - e.y()) <= 3.0);
-        QVERIFY2(found, qPrintable(QString("no disc at (%1,%2); discs:%3")
-                                       .arg(e.x(), 0, 'f', 1)
-                                       .arg(e.y(), 0, 'f', 1)
-                                       .arg(where)));
-    }
+    QString why;
+    QVERIFY2(e2e::discsStandAt(shot, s.windowRect(), kPeople, &why),
+             qPrintable(why + " in " + after));
     QVERIFY2(s.closeWindow(30000), qPrintable(s.error()));
     QCOMPARE(s.toolProcess().exitCode(), 0);
 }
