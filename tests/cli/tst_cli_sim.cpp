@@ -679,10 +679,18 @@ void TestCliSim::watchUnderFaults()
                                     .arg(i)
                                     .arg(objects.at(i).value("kind").toString())));
     }
-    if (!note.isEmpty())
+    if (!note.isEmpty()) {
         QVERIFY2(r.err.contains(note), qPrintable(r.err));
-    else
-        QVERIFY2(r.err.isEmpty(), qPrintable(r.err));
+    } else if (!r.err.isEmpty()) {
+        // watch joins the stream wherever it is after the baud-rate probe: the
+        // tail of a frame begun before counts as bytes outside frames. Less
+        // than one whole report (14 bytes with two people), nothing else.
+        const QRegularExpression joined(
+            "^orv-cli watch: 0 frame\\(s\\) with a bad sum dropped, (\\d+) byte\\(s\\) outside "
+            "frames\n$");
+        const QRegularExpressionMatch m = joined.match(r.err);
+        QVERIFY2(m.hasMatch() && m.captured(1).toInt() < 14, qPrintable(r.err));
+    }
 }
 
 void TestCliSim::watchBadSums()
