@@ -89,6 +89,11 @@ void paintPlot(XYView *view)
     view->render(&image);
 }
 
+void paintUpdates(QWidget *window)
+{
+    QCoreApplication::sendPostedEvents(window, QEvent::UpdateRequest);
+}
+
 void settleEvents(int every)
 {
     static int calls = 0;

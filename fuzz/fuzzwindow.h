@@ -13,6 +13,7 @@
 #include <memory>
 
 class MainWindow;
+class QWidget;
 class XYView;
 
 namespace fuzzwindow
@@ -40,6 +41,12 @@ XYView *plotOf(MainWindow *window);
 
 // Paints the plot as a paint event would, into an image kept between calls.
 void paintPlot(XYView *view);
+
+// Paints what the window has asked to repaint since the last paint, as the
+// event loop would: the pending update request of its top-level window is
+// delivered, so the widgets paint their dirty regions into the backing store
+// (a part of the plot takes its partial paint path).
+void paintUpdates(QWidget *window);
 
 // Runs what the event loop has waiting (deferred deletes, queued calls) every
 // `every` calls.
