@@ -125,21 +125,24 @@ private slots:
 // pass.
 void TestCliHelp::checkerFindsDoubleWrapping()
 {
-    const QString twice = "Reads the lines of diagnostic log files and prints the time span, reports and\n"
-                          "per\n"
-                          "second, the longest gap between two reports.\n";
+    const QString twice =
+        "Reads the lines of diagnostic log files and prints the time span, reports and\n"
+        "per\n"
+        "second, the longest gap between two reports.\n";
     const QStringList faults = layoutFaults(twice);
     QCOMPARE(faults.size(), 1);
     QVERIFY2(faults.first().contains("\"second,\" would still fit after \"per\""),
              qPrintable(faults.first()));
 
-    const QString tableTwice = "  --range <X>  The plane shown, in metres (default: fitted to what was\n"
-                               "               seen).\n";
+    const QString tableTwice =
+        "  --range <X>  The plane shown, in metres (default: fitted to what was\n"
+        "               seen).\n";
     QCOMPARE(layoutFaults(tableTwice).size(), 1);
 
     QVERIFY(layoutFaults(QString(kWidth + 1, 'x')).size() == 1);
-    const QString once = "Reads the lines of diagnostic log files and prints the time span, reports and\n"
-                         "per second, the longest gap between two reports.\n";
+    const QString once =
+        "Reads the lines of diagnostic log files and prints the time span, reports and\n"
+        "per second, the longest gap between two reports.\n";
     QVERIFY(layoutFaults(once).isEmpty());
 }
 
