@@ -18,6 +18,7 @@ trap 'rm -rf "$tmp"' EXIT
 {
     echo "| Command | What it does |"
     echo "| --- | --- |"
+    # shellcheck disable=SC2016 # backticks of Markdown
     "$cli" --help | sed -n '/^Commands:/,/^$/p' | sed -n 's/^  \([a-z][a-z]*\( [a-z][a-z]*\)\?\)  .*/| `\1` | x |/p'
 } >"$tmp/README.md"
 cp "$man" "$tmp/orv-cli.1"
@@ -61,7 +62,9 @@ check "a stale reference fails" 1 "$status"
 contains "says it is stale" "$tmp/stale.md is not what orv-cli's help makes now" "$out"
 
 # The README's table without stats, and with a command orv-cli does not have.
+# shellcheck disable=SC2016 # backticks of Markdown
 grep -v '`stats`' "$tmp/README.md" >"$tmp/no-stats.md"
+# shellcheck disable=SC2016
 echo '| `areas shuffle` | x |' >>"$tmp/no-stats.md"
 verdict "$tmp/orv-cli.1" "$tmp/ref.md" "$tmp/no-stats.md"
 check "README without stats fails" 1 "$status"
