@@ -254,8 +254,12 @@ QString CliApp::commandHelp(const CliCommand &command) const
     const int options = table.indexOf(QLatin1String("Options:"));
     if (options >= 0)
         text += "\n" + table.mid(options);
-    const QString codes = command.exitCodes();
-    text += "\n" + (codes.isEmpty() ? QLatin1String(kExitCodes) : codes);
+    QString codes = command.exitCodes();
+    if (codes.isEmpty())
+        codes = QLatin1String(kExitCodes);
+    else if (!codes.startsWith(QLatin1String("Exit codes:")))
+        codes.prepend(QLatin1String("Exit codes:\n"));
+    text += "\n" + codes;
     return text;
 }
 
