@@ -30,6 +30,7 @@ QString BaudCommand::details() const
                    "code 1 when the module refuses (NG) or does not answer at the new rate; 4\n"
                    "when it does not answer the change at all. The request is sent once: a\n"
                    "module that switched must not be asked again at the old rate.\n"
+                   "\n"
                    "NEW is one of the window's rates: %1.")
         .arg(windowRateList());
 }

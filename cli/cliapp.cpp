@@ -20,33 +20,62 @@ const char kExitCodes[] = "Exit codes:\n"
                           "  4    no answer from the module, or the line went away\n"
                           "  130  interrupted (Ctrl-C or SIGTERM); output written so far is kept\n";
 
-// Breaks lines longer than 80 columns at spaces (details built from lists,
-// such as the rates, can run long); shorter lines stay as written.
-QString wrapLines(const QString &text)
+// Lines of help text are at most this long, so that they fit an 80-column
+// terminal (Qt's option table keeps to the same width).
+constexpr int kWidth = 79;
+
+// Fills a paragraph's words into lines of at most kWidth columns.
+QStringList fillParagraph(const QString &paragraph)
 {
-    constexpr int kWidth = 80;
-    QStringList out;
-    const QStringList lines = text.split('\n');
-    for (const QString &whole : lines) {
-        QString line = whole;
-        while (line.size() > kWidth) {
-            int cut = line.lastIndexOf(' ', kWidth);
-            if (cut <= 0)
-                break;
-            out.append(line.left(cut));
-            line = line.mid(cut + 1);
+    QStringList lines;
+    QString line;
+    const QStringList words = paragraph.split(' ', Qt::SkipEmptyParts);
+    for (const QString &word : words) {
+        if (line.isEmpty())
+            line = word;
+        else if (line.size() + 1 + word.size() > kWidth) {
+            lines.append(line);
+            line = word;
+        } else {
+            line += ' ' + word;
         }
-        out.append(line);
     }
+    if (!line.isEmpty())
+        lines.append(line);
+    return lines;
+}
+
+// Lays out a command's description once: consecutive lines that start in
+// the first column form a paragraph, whose words are filled into lines of at
+// most kWidth columns whatever the line breaks of the source text; blank
+// lines separate paragraphs; indented lines (examples, tables) stay as
+// written.
+QString fill(const QString &text)
+{
+    QStringList out;
+    QString paragraph;
+    const auto flush = [&]() {
+        out.append(fillParagraph(paragraph));
+        paragraph.clear();
+    };
+    const QStringList lines = text.split('\n');
+    for (const QString &line : lines) {
+        if (line.isEmpty() || line.front().isSpace()) {
+            flush();
+            out.append(line);
+        } else {
+            paragraph += ' ' + line;
+        }
+    }
+    flush();
     return out.join('\n');
 }
 
-// Breaks a usage line longer than 80 columns between its words, never inside
+// Breaks a usage line longer than kWidth columns between its words, never inside
 // a [bracketed] group nor between an option and its value; the rest goes on
 // lines indented under the command.
 QString wrapUsage(const QString &usage)
 {
-    constexpr int kWidth = 80;
     QStringList words;
     QString word;
     int depth = 0;
@@ -177,12 +206,12 @@ QString CliApp::overview() const
         "Options of every command that talks to a module:\n"
         "  -p, --port P      the serial port (as 'orv-cli ports' lists it, or a device\n"
         "                    path)\n"
-        "  --baud N|auto     (all of them but probe) the module's baud rate, 1..16777215;\n"
-        "                    auto (the default) probes it first\n"
+        "  --baud N|auto     (all but probe) the module's baud rate, 1..16777215; auto\n"
+        "                    (the default) probes it first\n"
         "\n"
         "Other options:\n"
-        "  -h, --help        this text; 'orv-cli help COMMAND' or\n"
-        "                    'orv-cli COMMAND --help' describe one command\n"
+        "  -h, --help        this text; 'orv-cli help COMMAND' or 'orv-cli COMMAND -h'\n"
+        "                    describe one command\n"
         "  -v, --version     the program's version\n"
         "\n");
     text += QLatin1String(kExitCodes);
@@ -218,15 +247,19 @@ QString CliApp::commandHelp(const CliCommand &command) const
     text = wrapUsage(text);
     text += "\n\n" + command.summary() + "\n";
     if (!command.details().isEmpty())
-        text += "\n" + wrapLines(command.details().trimmed()) + "\n";
+        text += "\n" + fill(command.details().trimmed()) + "\n";
 
     // Qt's option table, without its own usage line.
     const QString table = parser.helpText();
     const int options = table.indexOf(QLatin1String("Options:"));
     if (options >= 0)
         text += "\n" + table.mid(options);
-    const QString codes = command.exitCodes();
-    text += "\n" + (codes.isEmpty() ? QLatin1String(kExitCodes) : codes);
+    QString codes = command.exitCodes();
+    if (codes.isEmpty())
+        codes = QLatin1String(kExitCodes);
+    else if (!codes.startsWith(QLatin1String("Exit codes:")))
+        codes.prepend(QLatin1String("Exit codes:\n"));
+    text += "\n" + codes;
     return text;
 }
 

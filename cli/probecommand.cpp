@@ -19,6 +19,7 @@ QString ProbeCommand::details() const
     for (int rate : BaudProbe::probeOrder())
         order.append(QString::number(rate));
     return QString("Tries the window's 13 rates in this order: %1.\n"
+                   "\n"
                    "At each rate it listens for a well-formed frame (header, length, sum and\n"
                    "tail checked) and asks for the display type (code 3), which changes\n"
                    "nothing in the module. Prints the first rate at which a frame arrives;\n"

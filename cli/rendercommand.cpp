@@ -64,10 +64,13 @@ QString RenderCommand::details() const
         "fading with age; the areas, in the window's colours with their numbers and the share\n"
         "of time each was occupied; a caption with the time span, reports, the most people at\n"
         "once and the bad frames (checksum failures).\n"
+        "\n"
         "The areas are the module's last read-area answer in the log, or those of --areas.\n"
+        "\n"
         "LOG is a file, or a folder standing for its logfile_<n>.txt files in the order of n,\n"
         "or the log folder itself standing for all its day folders (yyyymmdd) in date order.\n"
         "Several LOGs are read in the order given, as one stream.\n"
+        "\n"
         "The picture is PNG, or SVG with --svg or a name ending in .svg. Without --range the\n"
         "window's default plane (x -5..5 m, y 0..8 m) is shown, widened to whole metres to\n"
         "hold every reported point and area.");
@@ -80,7 +83,7 @@ QString RenderCommand::exitCodes() const
         "  0    done\n"
         "  2    bad command line, a file or folder that cannot be read, a bad area file,\n"
         "       or a picture that cannot be written\n"
-        "  130  interrupted (Ctrl-C or SIGTERM); no picture is written (an old one stays)\n");
+        "  130  interrupted (Ctrl-C or SIGTERM); no picture is written, an old one stays\n");
 }
 
 void RenderCommand::addOptions(QCommandLineParser &parser)

@@ -22,6 +22,7 @@ QString ShowCommand::details() const
     return QStringLiteral(
         "Prints the port and baud rate, the display type and each area: its type and\n"
         "corners in metres, or unset.\n"
+        "\n"
         "--json prints one object: port, baud, display (as in an area file) and\n"
         "displayValue (the module's number), and areas, each with number and type, and\n"
         "when set also typeValue, from and to. It is not an area file (no format and\n"

@@ -90,9 +90,11 @@ QString SummaryCommand::details() const
         "lines skipped (not log lines), truncated hex dumps, the time and share each area was\n"
         "occupied (from the area-presence reports) and the areas the module held (its last\n"
         "read-area answer).\n"
+        "\n"
         "LOG is a file, or a folder standing for its logfile_<n>.txt files in the order of n,\n"
         "or the log folder itself standing for all its day folders (yyyymmdd) in date order.\n"
         "Several LOGs are read in the order given, as one stream.\n"
+        "\n"
         "--from/--to take ISO 8601 date-times on the log's own clock (2026-11-21T08:00,\n"
         "2026-11-21 08:00:05.250; a date alone is its midnight).");
 }

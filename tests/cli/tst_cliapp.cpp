@@ -48,6 +48,13 @@ public:
         context.print(text + "\n");
         return 7;
     }
+    // Its own table, written without the heading.
+    QString exitCodes() const override { return QStringLiteral("  7    repeated\n"); }
+    // Written as two lines of one paragraph.
+    QString details() const override
+    {
+        return QStringLiteral("Prints the words\nseparated by spaces.");
+    }
 };
 
 Outcome runCli(const QStringList &args, bool withEcho = false)
@@ -300,6 +307,8 @@ void TestCliApp::anAddedCommandIsDispatched()
     o = runCli({"help", "echo", "words"}, true);
     QVERIFY(o.out.startsWith("Usage: orv-cli echo words WORD..."));
     QVERIFY(o.out.contains("--loud"));
+    QVERIFY2(o.out.contains("\nPrints the words separated by spaces.\n"), qPrintable(o.out));
+    QVERIFY2(o.out.endsWith("\nExit codes:\n  7    repeated\n"), qPrintable(o.out));
     o = runCli({"echo"}, true);
     QCOMPARE(o.code, int(ExitUsage));
 }

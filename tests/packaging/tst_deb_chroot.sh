@@ -7,7 +7,9 @@
 # the window appears with its texts, one click on the open button shows the
 # simulated people, the settings file and log/ appear in the user's working
 # directory and nowhere else, and the tool exits with 0 when its window is
-# closed. Then the package is purged and the user's files must remain.
+# closed. The service's unit passes systemd-analyze verify and security
+# (the host's systemd-analyze on the root) and its settings are a conffile.
+# Then the package is purged and the user's files must remain.
 #
 #   tst_deb_chroot.sh BUILD-DIR PROBE
 #
@@ -18,6 +20,8 @@
 set -eu
 # shellcheck source=tests/packaging/checks.sh
 . "$(dirname "$0")/checks.sh"
+# shellcheck source=tests/packaging/serveunit.sh
+. "$(dirname "$0")/serveunit.sh"
 build="$(cd "$1" && pwd)"
 probe="$2"
 cache="${ORV_CHROOT_CACHE:-/var/cache/orv-tool-test}"
@@ -32,7 +36,7 @@ say() { echo "== $(date +%T) $*"; }
 [ "$(id -u)" -eq 0 ] || skip "the packaging test needs root (chroot, mounts); run scripts/test as root"
 command -v debootstrap >/dev/null || skip "debootstrap is not installed (scripts/setup installs it)"
 command -v chroot >/dev/null || skip "chroot is not available"
-for tool in lintian Xvfb xdotool import; do
+for tool in lintian Xvfb xdotool import systemd-analyze; do
     command -v "$tool" >/dev/null || skip "$tool is not installed (scripts/setup installs it)"
 done
 
@@ -225,6 +229,11 @@ for f in /usr/bin/orv-tool /usr/bin/radar-sim /usr/lib/orv-tool/orv-tool; do
     check "$f" yes "$([ -x "$root$f" ] && echo yes || echo no)"
 done
 
+# orv-cli serve as a service: the unit, its settings as a conffile.
+check_serve_unit "$root"
+# shellcheck disable=SC2016 # dpkg-query's own format
+contains "settings are a conffile" "/etc/default/orv-serve" "$(in_root dpkg-query -W -f='${Conffiles}' orv-tool)"
+
 # An ordinary user in the group dialout.
 in_root useradd -m -s /bin/sh -G dialout tester
 check "tester in dialout" yes "$(in_root id -Gn tester | tr ' ' '\n' | grep -qx dialout && echo yes || echo no)"
@@ -333,6 +342,7 @@ in_root apt-get purge -y -q orv-tool >"$tmp/purge.log" 2>&1 || {
     exit 1
 }
 check "program removed" no "$([ -e "$root/usr/bin/orv-tool" ] && echo yes || echo no)"
+check "service settings purged" no "$([ -e "$root/etc/default/orv-serve" ] && echo yes || echo no)"
 check "user's files kept" "$found" "$(cd "$root" && find . -xdev \( -name ORV_conf.ini -o -name 'logfile_*.txt' \
     -o -name 'ORV_translate_*.txt' \) | sort | sed 's|/[0-9]\{8\}/|/DAY/|')"
 

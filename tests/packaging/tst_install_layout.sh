@@ -2,15 +2,19 @@
 # "cmake --install BUILD --prefix DIR" gives the package's layout: the
 # launcher and the programs, the translation files, a valid desktop entry
 # whose command is installed, icons whose pictures have the size their
-# directory names, and manual pages that format without warnings.
+# directory names, and manual pages that format without warnings. With
+# orv-cli, the service's unit and its settings (beside the prefix: /etc in the
+# package), checked with systemd-analyze in a tree laid out as the package.
 #   tst_install_layout.sh BUILD-DIR WITH-CLI(0|1)
 set -u
+# shellcheck source=tests/packaging/checks.sh
+. "$(dirname "$0")/checks.sh"
+# shellcheck source=tests/packaging/serveunit.sh
+. "$(dirname "$0")/serveunit.sh"
 build="$1"
 with_cli="$2"
 tmp="$(mktemp -d)"
 trap 'rm -rf "$tmp"' EXIT
-failures=0
-passes=0
 ok() { passes=$((passes + 1)); }
 bad() {
     failures=$((failures + 1))
@@ -45,7 +49,8 @@ share/man/man1/radar-sim.1.gz
 share/orv-tool/ORV_translate_cn.txt
 share/orv-tool/ORV_translate_en.txt"
 if [ "$with_cli" = 1 ]; then
-    expected="$(printf '%s\nbin/orv-cli\nshare/man/man1/orv-cli.1.gz' "$expected")"
+    expected="$(printf '%s\n' "$expected" bin/orv-cli share/man/man1/orv-cli.1.gz \
+        lib/systemd/system/orv-serve@.service share/doc/orv-tool/systemd.md)"
 fi
 expected="$(printf '%s\n' "$expected" | LC_ALL=C sort)"
 actual="$(cd "$p" && find . -type f | sed 's|^\./||' | LC_ALL=C sort)"
@@ -88,6 +93,17 @@ for page in "$p"/share/man/man1/*.1.gz; do
     fi
     if [ -x "$p/bin/$name" ]; then ok; else bad "man page $name.1 for a program that is not installed"; fi
 done
+
+if [ "$with_cli" = 1 ]; then
+    check "settings beside the prefix" yes "$([ -f "$tmp/etc/default/orv-serve" ] && echo yes || echo no)"
+    # The package's tree: prefix /usr, settings in /etc.
+    if cmake --install "$build" --prefix "$tmp/root/usr" >"$tmp/install-root.log" 2>&1; then
+        check_serve_unit "$tmp/root"
+    else
+        cat "$tmp/install-root.log"
+        bad "install into $tmp/root/usr"
+    fi
+fi
 
 # The launcher finds its tree at this prefix.
 if "$p/bin/orv-tool" --version | grep -q '^orv-tool [0-9]'; then ok; else bad "launcher --version"; fi
