@@ -7,10 +7,11 @@
 namespace
 {
 
-const QStringList kValueOptions = {
-    "--port", "--baud",   "--rate",         "--targets",          "--fixed",
-    "--seed", "--noise",  "--bad-checksum", "--disconnect-after", "--replay",
-    "--gap",  "--settle", "--area"};
+const QStringList kValueOptions = {"--port",    "--baud",         "--rate",
+                                   "--targets", "--fixed",        "--seed",
+                                   "--noise",   "--bad-checksum", "--disconnect-after",
+                                   "--replay",  "--gap",          "--settle",
+                                   "--area",    "--link"};
 const QStringList kFlagOptions = {"--split", "--baud-ng", "--any-baud", "--verbose", "--help"};
 
 // Options that shape the generated stream; a replay plays recorded bytes
@@ -170,6 +171,10 @@ bool SimOptions::parse(const QStringList &args, SimOptions *out, QString *error)
             if (value.isEmpty())
                 return fail("option --replay needs a file name");
             o.replayFile = value;
+        } else if (name == "--link") {
+            if (value.isEmpty())
+                return fail("option --link needs a path");
+            o.link = value;
         } else if (name == "--settle") {
             if (!toInt(value, 0, 10000, &n))
                 return fail(QString("--settle: \"%1\" is not a time in ms (0..10000)").arg(value));
@@ -244,6 +249,10 @@ QString SimOptions::usage()
         "  --replay FILE         play back the \"RecvData:\" lines of a diagnostic log\n"
         "                        file with their original timing instead of\n"
         "                        generating frames\n"
+        "  --link PATH           make PATH a symbolic link to the port (replacing an\n"
+        "                        earlier run's link) and remove it at exit, so that\n"
+        "                        a module can be unplugged and plugged in again at\n"
+        "                        one path by stopping and starting radar-sim\n"
         "  --verbose             print requests, answers and port events on standard\n"
         "                        error\n"
         "  --help                print this text and exit\n"
@@ -260,7 +269,8 @@ QString SimOptions::usage()
         "\n"
         "Exit codes:\n"
         "  0  after --help or --disconnect-after, or on Ctrl-C (SIGINT) or SIGTERM\n"
-        "  1  the port or pseudo-terminal cannot be opened, or the --port device went\n"
+        "  1  the port or pseudo-terminal cannot be opened, the --link path cannot be\n"
+        "     made (it exists and is not a symbolic link), or the --port device went\n"
         "     away while running\n"
         "  2  bad command line or an unreadable replay file\n");
 }
