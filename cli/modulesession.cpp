@@ -236,7 +236,7 @@ LinkStatus ModuleSession::waitForFrame(quint8 code, int timeoutMs, QByteArray *f
     for (;;) {
         while (!frames.isEmpty()) {
             const QByteArray f = frames.takeFirst();
-            if (quint8(f.at(5)) == code) {
+            if (frameformat::codeOf(f) == code) {
                 *frame = f;
                 return LinkStatus::Ok;
             }
