@@ -1,5 +1,7 @@
 #include "cli/areafile.h"
 
+#include "cli/clicommand.h"
+
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -304,9 +306,7 @@ bool AreaFile::save(const QString &path, QString *error) const
 {
     const QByteArray text = toJson();
     if (path == QLatin1String("-")) {
-        const bool ok =
-            std::fwrite(text.constData(), 1, size_t(text.size()), stdout) == size_t(text.size());
-        std::fflush(stdout);
+        const bool ok = writeAndFlush(stdout, text);
         if (!ok && error)
             *error = QStringLiteral("cannot write to standard output");
         return ok;

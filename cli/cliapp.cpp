@@ -106,9 +106,7 @@ QString CliApp::version()
 
 void CliApp::write(FILE *stream, const QString &text) const
 {
-    const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
-    std::fflush(stream);
+    writeAndFlush(stream, text.toUtf8());
 }
 
 CliCommand *CliApp::lookUp(const QString &name) const

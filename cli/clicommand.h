@@ -12,6 +12,10 @@
 
 class CliContext;
 
+// Writes bytes to a stream and flushes it at once, so that a script reading
+// the other end sees each line when it is written; false when not all went.
+bool writeAndFlush(FILE *stream, const QByteArray &bytes);
+
 class CliCommand
 {
 public:

@@ -2,6 +2,7 @@
 
 #include "cli/baudprobe.h"
 #include "cli/exitcode.h"
+#include "cli/modulecommand.h"
 #include "cli/portoptions.h"
 
 #include <QJsonArray>
@@ -66,10 +67,9 @@ int ProbeCommand::run(CliContext &context)
         return context.fail(ExitPortError, why);
     const BaudProbe::Result result = BaudProbe::run(session, listenMs);
     session.close();
-    if (result.status == LinkStatus::Interrupted)
-        return context.fail(ExitInterrupted, "interrupted");
-    if (result.status == LinkStatus::Lost)
-        return context.fail(ExitNoAnswer, QString("the port %1 went away").arg(options.port));
+    const int ended = linkEnd(context, options.port, result.status);
+    if (ended != ExitDone)
+        return ended;
 
     QStringList tried;
     QJsonArray triedJson;

@@ -25,17 +25,16 @@ QString RecordCommand::details() const
 void RecordCommand::addOptions(QCommandLineParser &parser)
 {
     parser.addOption({{"o", "output"}, "The file to write.", "FILE"});
-    parser.addOption({"duration", "Stop after S seconds.", "S"});
+    addDurationOption(parser, "Stop after S seconds.");
 }
 
 int RecordCommand::checkArguments(CliContext &context)
 {
     if (!context.parser.isSet("output") || context.parser.value("output").isEmpty())
         return context.usageError("-o FILE is required (the recording to write)");
-    if (context.parser.isSet("duration") &&
-        !parseDuration(context.parser.value("duration"), &durationMs))
-        return context.usageError(QString("--duration: \"%1\" is not a number of seconds (> 0)")
-                                      .arg(context.parser.value("duration")));
+    const int duration = readDuration(context, &durationMs);
+    if (duration != ExitDone)
+        return duration;
     return noMoreArguments(context, 0);
 }
 
@@ -60,14 +59,12 @@ int RecordCommand::runWith(CliContext &context, ModuleSession &session)
     const bool closed = recorder.close(&why);
     if (writeFailed || !closed)
         return context.fail(ExitUsage, why.isEmpty() ? recorder.errorString() : why);
-    if (status == LinkStatus::Interrupted)
-        return ExitInterrupted;
-    if (status == LinkStatus::Lost)
-        return context.fail(ExitNoAnswer, QString("the port %1 went away after %2 byte(s) in %3 "
-                                                  "read(s); they are in the file")
-                                              .arg(session.portName())
-                                              .arg(bytes)
-                                              .arg(reads));
+    const int ended = linkEnd(
+        context, session.portName(), status,
+        QString(" after %1 byte(s) in %2 read(s); they are in the file").arg(bytes).arg(reads),
+        false);
+    if (ended != ExitDone)
+        return ended;
     if (reads == 0)
         return context.fail(
             ExitNoAnswer,

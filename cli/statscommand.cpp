@@ -22,15 +22,15 @@ QString StatsCommand::details() const
 
 void StatsCommand::addOptions(QCommandLineParser &parser)
 {
-    parser.addOption({"duration", "Listen for S seconds (default 10).", "S", "10"});
+    addDurationOption(parser, "Listen for S seconds (default 10).", "10");
     parser.addOption({"json", "Prints a JSON object."});
 }
 
 int StatsCommand::checkArguments(CliContext &context)
 {
-    if (!parseDuration(context.parser.value("duration"), &durationMs))
-        return context.usageError(QString("--duration: \"%1\" is not a number of seconds (> 0)")
-                                      .arg(context.parser.value("duration")));
+    const int duration = readDuration(context, &durationMs);
+    if (duration != ExitDone)
+        return duration;
     return noMoreArguments(context, 0);
 }
 
@@ -50,10 +50,9 @@ int StatsCommand::runWith(CliContext &context, ModuleSession &session)
         context.print(
             QString("port %1 at %2 baud\n").arg(session.portName()).arg(session.baudRate()) +
             stats.text());
-    if (status == LinkStatus::Interrupted)
-        return ExitInterrupted;
-    if (status == LinkStatus::Lost)
-        return context.fail(ExitNoAnswer, QString("the port %1 went away").arg(session.portName()));
+    const int ended = linkEnd(context, session.portName(), status, QString(), false);
+    if (ended != ExitDone)
+        return ended;
     if (stats.frames().frames == 0)
         return context.fail(ExitNoAnswer, "no frame arrived from the module");
     return ExitDone;

@@ -7,16 +7,6 @@
 
 #include <cmath>
 
-bool parseDuration(const QString &text, qint64 *ms)
-{
-    bool ok = false;
-    const double seconds = text.trimmed().toDouble(&ok);
-    if (!ok || !std::isfinite(seconds) || seconds <= 0.0 || seconds > 1e7)
-        return false;
-    *ms = qint64(std::llround(seconds * 1000.0));
-    return *ms > 0;
-}
-
 QString WatchCommand::summary() const
 {
     return QStringLiteral("print every report: targets in metres and area occupancy");
@@ -44,7 +34,7 @@ QString WatchCommand::details() const
 void WatchCommand::addOptions(QCommandLineParser &parser)
 {
     parser.addOption({"format", "text (default), csv or jsonl.", "FORMAT", "text"});
-    parser.addOption({"duration", "Stop after S seconds.", "S"});
+    addDurationOption(parser, "Stop after S seconds.");
     parser.addOption({"count", "Stop after N lines.", "N"});
 }
 
@@ -53,10 +43,9 @@ int WatchCommand::checkArguments(CliContext &context)
     if (!ReportFormatter::parseFormat(context.parser.value("format"), &format))
         return context.usageError(QString("--format: \"%1\" is not text, csv or jsonl")
                                       .arg(context.parser.value("format")));
-    if (context.parser.isSet("duration") &&
-        !parseDuration(context.parser.value("duration"), &durationMs))
-        return context.usageError(QString("--duration: \"%1\" is not a number of seconds (> 0)")
-                                      .arg(context.parser.value("duration")));
+    const int duration = readDuration(context, &durationMs);
+    if (duration != ExitDone)
+        return duration;
     if (context.parser.isSet("count")) {
         bool ok = false;
         count = context.parser.value("count").toLongLong(&ok);
@@ -99,12 +88,10 @@ int WatchCommand::runWith(CliContext &context, ModuleSession &session)
         context.note(QString("%1 frame(s) with a bad sum dropped, %2 byte(s) outside frames")
                          .arg(s.badSums)
                          .arg(s.skippedBytes));
-    if (status == LinkStatus::Interrupted)
-        return ExitInterrupted;
-    if (status == LinkStatus::Lost)
-        return context.fail(
-            ExitNoAnswer,
-            QString("the port %1 went away after %2 line(s)").arg(session.portName()).arg(lines));
+    const int ended = linkEnd(context, session.portName(), status,
+                              QString(" after %1 line(s)").arg(lines), false);
+    if (ended != ExitDone)
+        return ended;
     if (s.frames == 0 && s.skippedBytes + s.badSums > 0)
         return context.fail(ExitNoAnswer,
                             QString("no frame arrived in %1 s, only bytes that form none (a "

@@ -25,6 +25,3 @@ private:
     qint64 durationMs = -1;
     qint64 count = -1;
 };
-
-// --duration S as milliseconds (seconds with decimals, > 0); false when wrong.
-bool parseDuration(const QString &text, qint64 *ms);
