@@ -6,10 +6,10 @@
 //   bench_render --write-logs DIR HOURS   writes HOURS of such a log into
 //                                         DIR/logfile_<n>.txt, 5 MiB each
 
-#include "cli/sessionpicture.h"
-#include "cli/sessionscan.h"
 #include "log/loglinereader.h"
 #include "radar/frameformat.h"
+#include "render/sessionpicture.h"
+#include "session/sessionscan.h"
 #include "tools/radar-sim/replaylog.h"
 
 #include <QDateTime>

@@ -1,4 +1,4 @@
-#include "cli/rendercanvas.h"
+#include "render/rendercanvas.h"
 
 #include <QBuffer>
 #include <QFontMetricsF>

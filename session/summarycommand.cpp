@@ -1,7 +1,8 @@
+#include "session/sessioncommands.h"
+
 #include "cli/exitcode.h"
 #include "cli/interrupt.h"
-#include "cli/sessioncommands.h"
-#include "cli/sessionsummary.h"
+#include "session/sessionsummary.h"
 
 #include <QFileInfo>
 #include <QJsonDocument>

@@ -1,4 +1,4 @@
-#include "cli/sessionpicture.h"
+#include "render/sessionpicture.h"
 
 #include "cli/interrupt.h"
 

@@ -1,9 +1,10 @@
+#include "render/rendercommand.h"
+
 #include "cli/cliapp.h"
 #include "cli/exitcode.h"
 #include "cli/interrupt.h"
-#include "cli/pictureareas.h"
-#include "cli/sessioncommands.h"
-#include "cli/sessionpicture.h"
+#include "render/pictureareas.h"
+#include "render/sessionpicture.h"
 
 #include <QGuiApplication>
 #include <QRegularExpression>
