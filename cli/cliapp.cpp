@@ -12,14 +12,6 @@
 namespace
 {
 
-const char kExitCodes[] = "Exit codes:\n"
-                          "  0    done\n"
-                          "  1    the module refused (NG) or holds something else than expected\n"
-                          "  2    bad command line or file (nothing was sent)\n"
-                          "  3    the port cannot be opened (missing, busy, no permission)\n"
-                          "  4    no answer from the module, or the line went away\n"
-                          "  130  interrupted (Ctrl-C or SIGTERM); output written so far is kept\n";
-
 // Breaks lines longer than 80 columns at spaces (details built from lists,
 // such as the rates, can run long); shorter lines stay as written.
 QString wrapLines(const QString &text)
@@ -183,7 +175,7 @@ QString CliApp::overview() const
         "                    'orv-cli COMMAND --help' describe one command\n"
         "  -v, --version     the program's version\n"
         "\n");
-    text += QLatin1String(kExitCodes);
+    text += moduleExitCodeTable();
     return text;
 }
 
@@ -224,7 +216,7 @@ QString CliApp::commandHelp(const CliCommand &command) const
     if (options >= 0)
         text += "\n" + table.mid(options);
     const QString codes = command.exitCodes();
-    text += "\n" + (codes.isEmpty() ? QLatin1String(kExitCodes) : codes);
+    text += "\n" + (codes.isEmpty() ? moduleExitCodeTable() : codes);
     return text;
 }
 

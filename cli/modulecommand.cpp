@@ -60,6 +60,12 @@ int ModuleCommand::readDuration(CliContext &context, qint64 *ms)
     return ExitDone;
 }
 
+int ModuleCommand::readDurationAndNoArguments(CliContext &context, qint64 *ms)
+{
+    const int duration = readDuration(context, ms);
+    return duration != ExitDone ? duration : noMoreArguments(context, 0);
+}
+
 int ModuleCommand::checkArguments(CliContext &context)
 {
     return noMoreArguments(context, 0);

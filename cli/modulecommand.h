@@ -64,6 +64,8 @@ protected:
     static void addDurationOption(QCommandLineParser &parser, const QString &description,
                                   const QString &defaultSeconds = QString());
     static int readDuration(CliContext &context, qint64 *ms);
+    // The same, then refuses positional arguments.
+    int readDurationAndNoArguments(CliContext &context, qint64 *ms);
 
     PortOptions portOptions;
 };

@@ -27,9 +27,8 @@ QString PortsCommand::details() const
 
 QString PortsCommand::exitCodes() const
 {
-    return QStringLiteral("Exit codes:\n"
-                          "  0    done (also when no port can be opened)\n"
-                          "  2    bad command line\n");
+    return exitCodeTable(
+        {{ExitDone, "done (also when no port can be opened)"}, {ExitUsage, "bad command line"}});
 }
 
 void PortsCommand::addOptions(QCommandLineParser &parser)

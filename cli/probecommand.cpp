@@ -38,12 +38,11 @@ void ProbeCommand::addOptions(QCommandLineParser &parser)
 
 QString ProbeCommand::exitCodes() const
 {
-    return QStringLiteral("Exit codes:\n"
-                          "  0    done: the rate is printed\n"
-                          "  2    bad command line (nothing was sent)\n"
-                          "  3    the port cannot be opened (missing, busy, no permission)\n"
-                          "  4    no frame at any rate, or the line went away\n"
-                          "  130  interrupted (Ctrl-C or SIGTERM)\n");
+    return exitCodeTable({{ExitDone, "done: the rate is printed"},
+                          {ExitUsage, "bad command line (nothing was sent)"},
+                          {ExitPortError, kExitMeaningPort},
+                          {ExitNoAnswer, "no frame at any rate, or the line went away"},
+                          {ExitInterrupted, kExitMeaningInterrupted}});
 }
 
 int ProbeCommand::run(CliContext &context)

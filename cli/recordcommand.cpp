@@ -32,10 +32,7 @@ int RecordCommand::checkArguments(CliContext &context)
 {
     if (!context.parser.isSet("output") || context.parser.value("output").isEmpty())
         return context.usageError("-o FILE is required (the recording to write)");
-    const int duration = readDuration(context, &durationMs);
-    if (duration != ExitDone)
-        return duration;
-    return noMoreArguments(context, 0);
+    return readDurationAndNoArguments(context, &durationMs);
 }
 
 int RecordCommand::runWith(CliContext &context, ModuleSession &session)

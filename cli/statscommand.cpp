@@ -28,10 +28,7 @@ void StatsCommand::addOptions(QCommandLineParser &parser)
 
 int StatsCommand::checkArguments(CliContext &context)
 {
-    const int duration = readDuration(context, &durationMs);
-    if (duration != ExitDone)
-        return duration;
-    return noMoreArguments(context, 0);
+    return readDurationAndNoArguments(context, &durationMs);
 }
 
 int StatsCommand::runWith(CliContext &context, ModuleSession &session)

@@ -76,12 +76,11 @@ QString RenderCommand::details() const
 
 QString RenderCommand::exitCodes() const
 {
-    return QStringLiteral(
-        "Exit codes:\n"
-        "  0    done\n"
-        "  2    bad command line, a file or folder that cannot be read, a bad area file,\n"
-        "       or a picture that cannot be written\n"
-        "  130  interrupted (Ctrl-C or SIGTERM); no picture is written (an old one stays)\n");
+    return exitCodeTable({{ExitDone, "done"},
+                          {ExitUsage, "bad command line, a file or folder that cannot be read, a "
+                                      "bad area file,\nor a picture that cannot be written"},
+                          {ExitInterrupted, "interrupted (Ctrl-C or SIGTERM); no picture is "
+                                            "written (an old one stays)"}});
 }
 
 void RenderCommand::addOptions(QCommandLineParser &parser)

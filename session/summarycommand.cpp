@@ -100,11 +100,10 @@ QString SummaryCommand::details() const
 
 QString SummaryCommand::exitCodes() const
 {
-    return QStringLiteral(
-        "Exit codes:\n"
-        "  0    done\n"
-        "  2    bad command line, or a file or folder that cannot be read\n"
-        "  130  interrupted (Ctrl-C or SIGTERM) while reading; nothing is printed\n");
+    return exitCodeTable(
+        {{ExitDone, "done"},
+         {ExitUsage, "bad command line, or a file or folder that cannot be read"},
+         {ExitInterrupted, "interrupted (Ctrl-C or SIGTERM) while reading; nothing is printed"}});
 }
 
 void SummaryCommand::addOptions(QCommandLineParser &parser)

@@ -4,7 +4,7 @@
 #include "radar/framedecoder.h"
 #include "radar/frameformat.h"
 #include "tests/support/ptymaster.h"
-#include "tests/tools/simpeer.h"
+#include "tests/support/simpeer.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -6,7 +6,7 @@
 #include "render/pictureareas.h"
 #include "render/sessionpicture.h"
 #include "tests/session/sessionlog.h"
-#include "tests/tools/simpeer.h"
+#include "tests/support/simpeer.h"
 
 #include <QFile>
 #include <QJsonArray>

@@ -7,7 +7,7 @@
 
 #include "radar/frameformat.h"
 #include "tests/support/ptymaster.h"
-#include "tests/tools/simpeer.h"
+#include "tests/support/simpeer.h"
 #include "tools/radar-sim/baudline.h"
 #include "tools/radar-sim/ptyport.h"
 

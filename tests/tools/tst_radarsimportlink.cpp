@@ -3,7 +3,7 @@
 // be unplugged and plugged in again at that path.
 
 #include "radar/frameformat.h"
-#include "tests/tools/simpeer.h"
+#include "tests/support/simpeer.h"
 
 #include <QFile>
 #include <QFileInfo>
