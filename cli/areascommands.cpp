@@ -123,9 +123,10 @@ int AreasCommand::areaNumber(CliContext &context, int *number)
 
 // --- backup ---------------------------------------------------------------
 
-QString AreasBackupCommand::summary() const
+AreasBackupCommand::AreasBackupCommand()
+    : AreasCommand(
+          {"areas backup", "save the module's areas and display type to an area file", "-o FILE"})
 {
-    return QStringLiteral("save the module's areas and display type to an area file");
 }
 
 QString AreasBackupCommand::details() const
@@ -185,9 +186,10 @@ int AreasBackupCommand::runWith(CliContext &context, ModuleSession &session)
 
 // --- restore --------------------------------------------------------------
 
-QString AreasRestoreCommand::summary() const
+AreasRestoreCommand::AreasRestoreCommand()
+    : AreasCommand({"areas restore",
+                    "set the areas (and display type) of an area file, then verify", "FILE"})
 {
-    return QStringLiteral("set the areas (and display type) of an area file, then verify");
 }
 
 QString AreasRestoreCommand::details() const
@@ -237,9 +239,9 @@ int AreasRestoreCommand::runWith(CliContext &context, ModuleSession &session)
 
 // --- verify ---------------------------------------------------------------
 
-QString AreasVerifyCommand::summary() const
+AreasVerifyCommand::AreasVerifyCommand()
+    : AreasCommand({"areas verify", "check that the module holds what an area file says", "FILE"})
 {
-    return QStringLiteral("check that the module holds what an area file says");
 }
 
 QString AreasVerifyCommand::details() const
@@ -273,9 +275,8 @@ int AreasVerifyCommand::runWith(CliContext &context, ModuleSession &session)
 
 // --- clear ----------------------------------------------------------------
 
-QString AreasClearCommand::summary() const
+AreasClearCommand::AreasClearCommand() : AreasCommand({"areas clear", "cancel all three areas", ""})
 {
-    return QStringLiteral("cancel all three areas");
 }
 
 int AreasClearCommand::runWith(CliContext &context, ModuleSession &session)
@@ -292,9 +293,9 @@ int AreasClearCommand::runWith(CliContext &context, ModuleSession &session)
 
 // --- set ------------------------------------------------------------------
 
-QString AreasSetCommand::summary() const
+AreasSetCommand::AreasSetCommand()
+    : AreasCommand({"areas set", "set one area", "N --type detect|exclude --from X1,Y1 --to X2,Y2"})
 {
-    return QStringLiteral("set one area");
 }
 
 QString AreasSetCommand::details() const
@@ -362,10 +363,7 @@ int AreasSetCommand::runWith(CliContext &context, ModuleSession &session)
 
 // --- unset ----------------------------------------------------------------
 
-QString AreasUnsetCommand::summary() const
-{
-    return QStringLiteral("cancel one area");
-}
+AreasUnsetCommand::AreasUnsetCommand() : AreasCommand({"areas unset", "cancel one area", "N"}) {}
 
 void AreasUnsetCommand::addOptions(QCommandLineParser &parser)
 {

@@ -10,6 +10,9 @@
 // Base of the area commands: reading the module and comparing with a file.
 class AreasCommand : public ModuleCommand
 {
+public:
+    using ModuleCommand::ModuleCommand;
+
 protected:
     // One line per difference between the file and what the module holds,
     // compared in decimetres as the wire carries them. Areas and a display
@@ -31,9 +34,7 @@ protected:
 class AreasBackupCommand : public AreasCommand
 {
 public:
-    QString name() const override { return QStringLiteral("areas backup"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("-o FILE"); }
+    AreasBackupCommand();
     QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
@@ -45,9 +46,7 @@ protected:
 class AreasRestoreCommand : public AreasCommand
 {
 public:
-    QString name() const override { return QStringLiteral("areas restore"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("FILE"); }
+    AreasRestoreCommand();
     QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
@@ -62,9 +61,7 @@ private:
 class AreasVerifyCommand : public AreasCommand
 {
 public:
-    QString name() const override { return QStringLiteral("areas verify"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("FILE"); }
+    AreasVerifyCommand();
     QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
@@ -79,8 +76,7 @@ private:
 class AreasClearCommand : public AreasCommand
 {
 public:
-    QString name() const override { return QStringLiteral("areas clear"); }
-    QString summary() const override;
+    AreasClearCommand();
 
 protected:
     int runWith(CliContext &context, ModuleSession &session) override;
@@ -89,12 +85,7 @@ protected:
 class AreasSetCommand : public AreasCommand
 {
 public:
-    QString name() const override { return QStringLiteral("areas set"); }
-    QString summary() const override;
-    QString synopsis() const override
-    {
-        return QStringLiteral("N --type detect|exclude --from X1,Y1 --to X2,Y2");
-    }
+    AreasSetCommand();
     QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
@@ -109,9 +100,7 @@ private:
 class AreasUnsetCommand : public AreasCommand
 {
 public:
-    QString name() const override { return QStringLiteral("areas unset"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("N"); }
+    AreasUnsetCommand();
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

@@ -18,9 +18,9 @@ QString windowRateList()
 
 } // namespace
 
-QString BaudCommand::summary() const
+BaudCommand::BaudCommand()
+    : ModuleCommand({"baud", "change the module's baud rate and check it answers there", "NEW"})
 {
-    return QStringLiteral("change the module's baud rate and check it answers there");
 }
 
 QString BaudCommand::details() const

@@ -7,9 +7,7 @@
 class BaudCommand : public ModuleCommand
 {
 public:
-    QString name() const override { return QStringLiteral("baud"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("NEW"); }
+    BaudCommand();
     QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 

@@ -9,6 +9,7 @@
 #include <QStringList>
 
 #include <cstdio>
+#include <utility>
 
 class CliContext;
 
@@ -19,14 +20,20 @@ bool writeAndFlush(FILE *stream, const QByteArray &bytes);
 class CliCommand
 {
 public:
+    // The words orv-cli's help has for a command, given to the constructor.
+    struct Words {
+        QString name;     // "ports", or two words for a group: "areas backup"
+        QString summary;  // one line for the command list of orv-cli --help
+        QString synopsis; // what follows the name in the usage line: "[--json] FILE"
+    };
+
+    CliCommand() = default;
+    explicit CliCommand(Words words) : words(std::move(words)) {}
     virtual ~CliCommand() = default;
 
-    // "ports", or two words for a group: "areas backup".
-    virtual QString name() const = 0;
-    // One line for the command list of orv-cli --help.
-    virtual QString summary() const = 0;
-    // What follows the name in the usage line: "[--json] FILE".
-    virtual QString synopsis() const { return QString(); }
+    virtual QString name() const { return words.name; }
+    virtual QString summary() const { return words.summary; }
+    virtual QString synopsis() const { return words.synopsis; }
     // Paragraphs shown by orv-cli help COMMAND after the usage line.
     virtual QString details() const { return QString(); }
     // True when the command talks to a module: --port and --baud are added.
@@ -40,6 +47,9 @@ public:
 
     virtual void addOptions(QCommandLineParser &parser) { Q_UNUSED(parser) }
     virtual int run(CliContext &context) = 0;
+
+private:
+    Words words;
 };
 
 // What a running command sees: its parsed command line and the two output

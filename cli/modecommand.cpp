@@ -6,9 +6,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-QString ModeCommand::summary() const
+ModeCommand::ModeCommand()
+    : ModuleCommand(
+          {"mode", "read or set the display type (area or track)", "[area|track] [--json]"})
 {
-    return QStringLiteral("read or set the display type (area or track)");
 }
 
 QString ModeCommand::details() const

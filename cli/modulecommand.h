@@ -30,6 +30,7 @@ bool parseDuration(const QString &text, qint64 *ms);
 class ModuleCommand : public CliCommand
 {
 public:
+    using CliCommand::CliCommand;
     bool usesPort() const override { return true; }
     int run(CliContext &context) final;
 

@@ -7,9 +7,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-QString PortsCommand::summary() const
+PortsCommand::PortsCommand()
+    : CliCommand({"ports", "list the serial ports that can be opened", "[--json]"})
 {
-    return QStringLiteral("list the serial ports that can be opened");
 }
 
 QString PortsCommand::details() const

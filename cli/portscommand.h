@@ -7,9 +7,7 @@
 class PortsCommand : public CliCommand
 {
 public:
-    QString name() const override { return QStringLiteral("ports"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("[--json]"); }
+    PortsCommand();
     QString details() const override;
     QString exitCodes() const override;
     void addOptions(QCommandLineParser &parser) override;

@@ -9,9 +9,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-QString ProbeCommand::summary() const
+ProbeCommand::ProbeCommand()
+    : CliCommand({"probe", "find the baud rate the module talks at", "[--listen MS] [--json]"})
 {
-    return QStringLiteral("find the baud rate the module talks at");
 }
 
 QString ProbeCommand::details() const

@@ -6,9 +6,7 @@
 class ProbeCommand : public CliCommand
 {
 public:
-    QString name() const override { return QStringLiteral("probe"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("[--listen MS] [--json]"); }
+    ProbeCommand();
     QString details() const override;
     QString exitCodes() const override;
     bool usesPort() const override { return true; }

@@ -5,9 +5,10 @@
 #include "cli/watchcommand.h"
 #include "radar/framedecoder.h"
 
-QString RecordCommand::summary() const
+RecordCommand::RecordCommand()
+    : ModuleCommand(
+          {"record", "record the received bytes for radar-sim --replay", "-o FILE [--duration S]"})
 {
-    return QStringLiteral("record the received bytes for radar-sim --replay");
 }
 
 QString RecordCommand::details() const

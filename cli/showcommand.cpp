@@ -7,9 +7,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-QString ShowCommand::summary() const
+ShowCommand::ShowCommand()
+    : ModuleCommand({"show", "show the display type and the three areas", "[--json]"})
 {
-    return QStringLiteral("show the display type and the three areas");
 }
 
 void ShowCommand::addOptions(QCommandLineParser &parser)

@@ -6,9 +6,7 @@
 class ShowCommand : public ModuleCommand
 {
 public:
-    QString name() const override { return QStringLiteral("show"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("[--json]"); }
+    ShowCommand();
     QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 

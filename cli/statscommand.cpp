@@ -6,9 +6,10 @@
 
 #include <QElapsedTimer>
 
-QString StatsCommand::summary() const
+StatsCommand::StatsCommand()
+    : ModuleCommand({"stats", "link health: frames per second, bad sums, noise, silence",
+                     "[--duration S] [--json]"})
 {
-    return QStringLiteral("link health: frames per second, bad sums, noise, silence");
 }
 
 QString StatsCommand::details() const

@@ -6,9 +6,7 @@
 class StatsCommand : public ModuleCommand
 {
 public:
-    QString name() const override { return QStringLiteral("stats"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("[--duration S] [--json]"); }
+    StatsCommand();
     QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 

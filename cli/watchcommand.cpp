@@ -7,9 +7,10 @@
 
 #include <cmath>
 
-QString WatchCommand::summary() const
+WatchCommand::WatchCommand()
+    : ModuleCommand({"watch", "print every report: targets in metres and area occupancy",
+                     "[--format text|csv|jsonl] [--duration S] [--count N]"})
 {
-    return QStringLiteral("print every report: targets in metres and area occupancy");
 }
 
 QString WatchCommand::details() const

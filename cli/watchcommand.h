@@ -7,12 +7,7 @@
 class WatchCommand : public ModuleCommand
 {
 public:
-    QString name() const override { return QStringLiteral("watch"); }
-    QString summary() const override;
-    QString synopsis() const override
-    {
-        return QStringLiteral("[--format text|csv|jsonl] [--duration S] [--count N]");
-    }
+    WatchCommand();
     QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
