@@ -125,18 +125,13 @@ int AreasCommand::areaNumber(CliContext &context, int *number)
 
 AreasBackupCommand::AreasBackupCommand()
     : AreasCommand(
-          {"areas backup", "save the module's areas and display type to an area file", "-o FILE"})
+          {"areas backup", "save the module's areas and display type to an area file", "-o FILE",
+           "Reads the display type and the three areas and writes them as an area file\n"
+           "(see the README); -o - writes to standard output. The file is replaced whole\n"
+           "or not at all. Where the window's encoding would send a corner one decimetre\n"
+           "short, the corners are written a few thousandths of a metre further from zero,\n"
+           "so that restoring the file puts back exactly what the module held."})
 {
-}
-
-QString AreasBackupCommand::details() const
-{
-    return QStringLiteral(
-        "Reads the display type and the three areas and writes them as an area file\n"
-        "(see the README); -o - writes to standard output. The file is replaced whole\n"
-        "or not at all. Where the window's encoding would send a corner one decimetre\n"
-        "short, the corners are written a few thousandths of a metre further from zero,\n"
-        "so that restoring the file puts back exactly what the module held.");
 }
 
 void AreasBackupCommand::addOptions(QCommandLineParser &parser)
@@ -275,9 +270,7 @@ int AreasVerifyCommand::runWith(CliContext &context, ModuleSession &session)
 
 // --- clear ----------------------------------------------------------------
 
-AreasClearCommand::AreasClearCommand() : AreasCommand({"areas clear", "cancel all three areas", ""})
-{
-}
+AreasClearCommand::AreasClearCommand() : AreasCommand({"areas clear", "cancel all three areas"}) {}
 
 int AreasClearCommand::runWith(CliContext &context, ModuleSession &session)
 {
@@ -294,17 +287,13 @@ int AreasClearCommand::runWith(CliContext &context, ModuleSession &session)
 // --- set ------------------------------------------------------------------
 
 AreasSetCommand::AreasSetCommand()
-    : AreasCommand({"areas set", "set one area", "N --type detect|exclude --from X1,Y1 --to X2,Y2"})
+    : AreasCommand(
+          {"areas set", "set one area", "N --type detect|exclude --from X1,Y1 --to X2,Y2",
+           "Sets area N (1..3) to a detection or exclusion rectangle between two corners in\n"
+           "metres (x -8..8, y 0..8; write a negative x as --from=-1.5,3 or --from -1.5,3).\n"
+           "The corners may come in any order; they are sent upper left first, as the\n"
+           "window sends them. Exit code 1 when the module refuses."})
 {
-}
-
-QString AreasSetCommand::details() const
-{
-    return QStringLiteral(
-        "Sets area N (1..3) to a detection or exclusion rectangle between two corners in\n"
-        "metres (x -8..8, y 0..8; write a negative x as --from=-1.5,3 or --from -1.5,3).\n"
-        "The corners may come in any order; they are sent upper left first, as the\n"
-        "window sends them. Exit code 1 when the module refuses.");
 }
 
 void AreasSetCommand::addOptions(QCommandLineParser &parser)

@@ -35,7 +35,6 @@ class AreasBackupCommand : public AreasCommand
 {
 public:
     AreasBackupCommand();
-    QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
 protected:
@@ -86,7 +85,6 @@ class AreasSetCommand : public AreasCommand
 {
 public:
     AreasSetCommand();
-    QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

@@ -22,20 +22,27 @@ class CliCommand
 public:
     // The words orv-cli's help has for a command, given to the constructor.
     struct Words {
+        Words(const QString &name, const QString &summary, const QString &synopsis = QString(),
+              const QString &details = QString())
+            : name(name), summary(summary), synopsis(synopsis), details(details)
+        {
+        }
+
         QString name;     // "ports", or two words for a group: "areas backup"
         QString summary;  // one line for the command list of orv-cli --help
         QString synopsis; // what follows the name in the usage line: "[--json] FILE"
+        QString details;  // paragraphs of orv-cli help COMMAND after the usage line
     };
 
-    CliCommand() = default;
+    CliCommand() : words(QString(), QString()) {}
     explicit CliCommand(Words words) : words(std::move(words)) {}
     virtual ~CliCommand() = default;
 
     virtual QString name() const { return words.name; }
     virtual QString summary() const { return words.summary; }
     virtual QString synopsis() const { return words.synopsis; }
-    // Paragraphs shown by orv-cli help COMMAND after the usage line.
-    virtual QString details() const { return QString(); }
+    // Override when the paragraphs are put together when asked for.
+    virtual QString details() const { return words.details; }
     // True when the command talks to a module: --port and --baud are added.
     virtual bool usesPort() const { return false; }
     // True when it also takes --baud N|auto (every port command but probe).

@@ -7,7 +7,6 @@ class ModeCommand : public ModuleCommand
 {
 public:
     ModeCommand();
-    QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

@@ -8,7 +8,6 @@ class PortsCommand : public CliCommand
 {
 public:
     PortsCommand();
-    QString details() const override;
     QString exitCodes() const override;
     void addOptions(QCommandLineParser &parser) override;
     int run(CliContext &context) override;

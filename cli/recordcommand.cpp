@@ -7,20 +7,15 @@
 
 RecordCommand::RecordCommand()
     : ModuleCommand(
-          {"record", "record the received bytes for radar-sim --replay", "-o FILE [--duration S]"})
+          {"record", "record the received bytes for radar-sim --replay", "-o FILE [--duration S]",
+           "Writes every read from the port as one line in the diagnostic log's format,\n"
+           "  [2026-11-22 15:05:00.123] RecvData:FF EE DD 00 05 07 0A 1E F6 14 39 DD EE FF \n"
+           "stamped with the local time it arrived, until --duration seconds have passed\n"
+           "or Ctrl-C (exit code 130; the file keeps every line written). Lines are\n"
+           "written as they arrive. 'radar-sim --replay FILE' plays the session back into\n"
+           "the window or into orv-cli watch. Nothing is sent, except the display-type\n"
+           "read of --baud auto."})
 {
-}
-
-QString RecordCommand::details() const
-{
-    return QStringLiteral(
-        "Writes every read from the port as one line in the diagnostic log's format,\n"
-        "  [2026-11-22 15:05:00.123] RecvData:FF EE DD 00 05 07 0A 1E F6 14 39 DD EE FF \n"
-        "stamped with the local time it arrived, until --duration seconds have passed\n"
-        "or Ctrl-C (exit code 130; the file keeps every line written). Lines are\n"
-        "written as they arrive. 'radar-sim --replay FILE' plays the session back into\n"
-        "the window or into orv-cli watch. Nothing is sent, except the display-type\n"
-        "read of --baud auto.");
 }
 
 void RecordCommand::addOptions(QCommandLineParser &parser)

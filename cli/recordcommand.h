@@ -7,7 +7,6 @@ class RecordCommand : public ModuleCommand
 {
 public:
     RecordCommand();
-    QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

@@ -7,7 +7,6 @@ class ShowCommand : public ModuleCommand
 {
 public:
     ShowCommand();
-    QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

@@ -7,18 +7,14 @@
 #include <QElapsedTimer>
 
 StatsCommand::StatsCommand()
-    : ModuleCommand({"stats", "link health: frames per second, bad sums, noise, silence",
-                     "[--duration S] [--json]"})
+    : ModuleCommand(
+          {"stats", "link health: frames per second, bad sums, noise, silence",
+           "[--duration S] [--json]",
+           "Listens for --duration seconds (default 10) and prints the bytes and reads,\n"
+           "the frames per second by function code, the frames with a bad sum, the bytes\n"
+           "outside frames and the longest silence between two reads. Ctrl-C prints what\n"
+           "was measured so far (exit code 130). Exit code 4 when no frame arrived."})
 {
-}
-
-QString StatsCommand::details() const
-{
-    return QStringLiteral(
-        "Listens for --duration seconds (default 10) and prints the bytes and reads,\n"
-        "the frames per second by function code, the frames with a bad sum, the bytes\n"
-        "outside frames and the longest silence between two reads. Ctrl-C prints what\n"
-        "was measured so far (exit code 130). Exit code 4 when no frame arrived.");
 }
 
 void StatsCommand::addOptions(QCommandLineParser &parser)

@@ -7,7 +7,6 @@ class StatsCommand : public ModuleCommand
 {
 public:
     StatsCommand();
-    QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

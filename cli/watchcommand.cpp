@@ -8,28 +8,24 @@
 #include <cmath>
 
 WatchCommand::WatchCommand()
-    : ModuleCommand({"watch", "print every report: targets in metres and area occupancy",
-                     "[--format text|csv|jsonl] [--duration S] [--count N]"})
+    : ModuleCommand(
+          {"watch", "print every report: targets in metres and area occupancy",
+           "[--format text|csv|jsonl] [--duration S] [--count N]",
+           "Prints one line per report frame as it arrives: target reports (code 7) with\n"
+           "the targets in metres, and area reports (code 8) with the areas that hold a\n"
+           "target. Each line starts with the host time (ISO 8601, UTC, milliseconds).\n"
+           "Every frame on the line is decoded, none is skipped. Ends after --duration\n"
+           "seconds, after --count lines, or on Ctrl-C (exit code 130, output flushed);\n"
+           "exit code 4 when the port goes away or nothing at all arrived.\n"
+           "\n"
+           "  text   2026-11-22T15:05:00.123Z targets 2: (1.5, 3.0) (-1.0, 2.0)\n"
+           "         2026-11-22T15:05:00.125Z areas occupied: 1 3\n"
+           "  csv    time,kind,count,targets,area1,area2,area3   (header row)\n"
+           "         2026-11-22T15:05:00.123Z,targets,2,1.5 3.0;-1.0 2.0,,,\n"
+           "         2026-11-22T15:05:00.125Z,areas,,,1,0,1\n"
+           "  jsonl  {\"time\":\"...\",\"kind\":\"targets\",\"targets\":[[1.5,3.0],[-1.0,2.0]]}\n"
+           "         {\"time\":\"...\",\"kind\":\"areas\",\"occupied\":[true,false,true]}"})
 {
-}
-
-QString WatchCommand::details() const
-{
-    return QStringLiteral(
-        "Prints one line per report frame as it arrives: target reports (code 7) with\n"
-        "the targets in metres, and area reports (code 8) with the areas that hold a\n"
-        "target. Each line starts with the host time (ISO 8601, UTC, milliseconds).\n"
-        "Every frame on the line is decoded, none is skipped. Ends after --duration\n"
-        "seconds, after --count lines, or on Ctrl-C (exit code 130, output flushed);\n"
-        "exit code 4 when the port goes away or nothing at all arrived.\n"
-        "\n"
-        "  text   2026-11-22T15:05:00.123Z targets 2: (1.5, 3.0) (-1.0, 2.0)\n"
-        "         2026-11-22T15:05:00.125Z areas occupied: 1 3\n"
-        "  csv    time,kind,count,targets,area1,area2,area3   (header row)\n"
-        "         2026-11-22T15:05:00.123Z,targets,2,1.5 3.0;-1.0 2.0,,,\n"
-        "         2026-11-22T15:05:00.125Z,areas,,,1,0,1\n"
-        "  jsonl  {\"time\":\"...\",\"kind\":\"targets\",\"targets\":[[1.5,3.0],[-1.0,2.0]]}\n"
-        "         {\"time\":\"...\",\"kind\":\"areas\",\"occupied\":[true,false,true]}");
 }
 
 void WatchCommand::addOptions(QCommandLineParser &parser)

@@ -8,7 +8,6 @@ class WatchCommand : public ModuleCommand
 {
 public:
     WatchCommand();
-    QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
 protected:
