@@ -179,15 +179,22 @@ int AreasBackupCommand::runWith(CliContext &context, ModuleSession &session)
     return ExitDone;
 }
 
-// --- restore --------------------------------------------------------------
+// --- restore and verify ---------------------------------------------------
 
-AreasRestoreCommand::AreasRestoreCommand()
-    : AreasCommand({"areas restore",
-                    "set the areas (and display type) of an area file, then verify", "FILE"})
+void AreasFileCommand::addOptions(QCommandLineParser &parser)
 {
+    parser.addPositionalArgument("FILE", fileHelp);
 }
 
-QString AreasRestoreCommand::details() const
+int AreasFileCommand::checkArguments(CliContext &context)
+{
+    return loadFile(context, &file);
+}
+
+// --- restore --------------------------------------------------------------
+
+// The paragraphs of orv-cli help areas restore.
+static QString restoreDetails()
 {
     return QStringLiteral(
                "Sets the display type when the file has one, then each area the file lists\n"
@@ -198,14 +205,12 @@ QString AreasRestoreCommand::details() const
            QLatin1String(kDecimetreNote);
 }
 
-void AreasRestoreCommand::addOptions(QCommandLineParser &parser)
+AreasRestoreCommand::AreasRestoreCommand()
+    : AreasFileCommand({"areas restore",
+                        "set the areas (and display type) of an area file, then verify", "FILE",
+                        restoreDetails()},
+                       "The area file to restore.")
 {
-    parser.addPositionalArgument("FILE", "The area file to restore.");
-}
-
-int AreasRestoreCommand::checkArguments(CliContext &context)
-{
-    return loadFile(context, &file);
 }
 
 int AreasRestoreCommand::runWith(CliContext &context, ModuleSession &session)
@@ -234,26 +239,19 @@ int AreasRestoreCommand::runWith(CliContext &context, ModuleSession &session)
 
 // --- verify ---------------------------------------------------------------
 
-AreasVerifyCommand::AreasVerifyCommand()
-    : AreasCommand({"areas verify", "check that the module holds what an area file says", "FILE"})
-{
-}
-
-QString AreasVerifyCommand::details() const
+// The paragraphs of orv-cli help areas verify.
+static QString verifyDetails()
 {
     return QStringLiteral("Reads the module and compares it with the file; prints each "
                           "difference and\nexits with code 1 when there is one.\n\n") +
            QLatin1String(kDecimetreNote);
 }
 
-void AreasVerifyCommand::addOptions(QCommandLineParser &parser)
+AreasVerifyCommand::AreasVerifyCommand()
+    : AreasFileCommand({"areas verify", "check that the module holds what an area file says",
+                        "FILE", verifyDetails()},
+                       "The area file to compare with.")
 {
-    parser.addPositionalArgument("FILE", "The area file to compare with.");
-}
-
-int AreasVerifyCommand::checkArguments(CliContext &context)
-{
-    return loadFile(context, &file);
 }
 
 int AreasVerifyCommand::runWith(CliContext &context, ModuleSession &session)

@@ -42,34 +42,42 @@ protected:
     int runWith(CliContext &context, ModuleSession &session) override;
 };
 
-class AreasRestoreCommand : public AreasCommand
+// Base of restore and verify: one area file named on the command line, read
+// and checked before anything is sent.
+class AreasFileCommand : public AreasCommand
+{
+public:
+    AreasFileCommand(const Words &words, const QString &fileHelp)
+        : AreasCommand(words), fileHelp(fileHelp)
+    {
+    }
+    void addOptions(QCommandLineParser &parser) override;
+
+protected:
+    int checkArguments(CliContext &context) override;
+
+    AreaFile file;
+
+private:
+    QString fileHelp;
+};
+
+class AreasRestoreCommand : public AreasFileCommand
 {
 public:
     AreasRestoreCommand();
-    QString details() const override;
-    void addOptions(QCommandLineParser &parser) override;
 
 protected:
-    int checkArguments(CliContext &context) override;
     int runWith(CliContext &context, ModuleSession &session) override;
-
-private:
-    AreaFile file;
 };
 
-class AreasVerifyCommand : public AreasCommand
+class AreasVerifyCommand : public AreasFileCommand
 {
 public:
     AreasVerifyCommand();
-    QString details() const override;
-    void addOptions(QCommandLineParser &parser) override;
 
 protected:
-    int checkArguments(CliContext &context) override;
     int runWith(CliContext &context, ModuleSession &session) override;
-
-private:
-    AreaFile file;
 };
 
 class AreasClearCommand : public AreasCommand

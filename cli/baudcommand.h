@@ -8,7 +8,6 @@ class BaudCommand : public ModuleCommand
 {
 public:
     BaudCommand();
-    QString details() const override;
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

@@ -9,12 +9,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-ProbeCommand::ProbeCommand()
-    : CliCommand({"probe", "find the baud rate the module talks at", "[--listen MS] [--json]"})
-{
-}
-
-QString ProbeCommand::details() const
+// The paragraphs of orv-cli help probe.
+static QString probeDetails()
 {
     QStringList order;
     for (int rate : BaudProbe::probeOrder())
@@ -25,6 +21,12 @@ QString ProbeCommand::details() const
                    "nothing in the module. Prints the first rate at which a frame arrives;\n"
                    "exit code 4 when none does. The window's settings file is not used.")
         .arg(order.join(", "));
+}
+
+ProbeCommand::ProbeCommand()
+    : CliCommand({"probe", "find the baud rate the module talks at", "[--listen MS] [--json]",
+                  probeDetails()})
+{
 }
 
 void ProbeCommand::addOptions(QCommandLineParser &parser)

@@ -7,7 +7,6 @@ class ProbeCommand : public CliCommand
 {
 public:
     ProbeCommand();
-    QString details() const override;
     QString exitCodes() const override;
     bool usesPort() const override { return true; }
     bool takesBaud() const override { return false; }
