@@ -43,9 +43,9 @@ bool parseNumbers(const QString &text, const QString &separator, int count, QVec
 
 } // namespace
 
-QString RenderCommand::summary() const
+RenderCommand::RenderCommand()
+    : CliCommand({"render", "a picture of a session: heat map, trails, areas, caption"})
 {
-    return QStringLiteral("a picture of a session: heat map, trails, areas, caption");
 }
 
 QString RenderCommand::synopsis() const

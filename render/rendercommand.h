@@ -14,8 +14,7 @@ class CliApp;
 class RenderCommand : public CliCommand
 {
 public:
-    QString name() const override { return QStringLiteral("render"); }
-    QString summary() const override;
+    RenderCommand();
     QString synopsis() const override;
     QString details() const override;
     QString exitCodes() const override;

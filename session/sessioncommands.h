@@ -17,8 +17,7 @@ bool sessionFilter(CliContext &context, SessionFilter *filter);
 class SummaryCommand : public CliCommand
 {
 public:
-    QString name() const override { return QStringLiteral("summary"); }
-    QString summary() const override;
+    SummaryCommand();
     QString synopsis() const override;
     QString details() const override;
     QString exitCodes() const override;

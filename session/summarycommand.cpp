@@ -71,9 +71,9 @@ int readSession(CliContext &context, SessionScan &scan)
     return ExitDone;
 }
 
-QString SummaryCommand::summary() const
+SummaryCommand::SummaryCommand()
+    : CliCommand({"summary", "figures of a session from diagnostic logs or recordings"})
 {
-    return QStringLiteral("figures of a session from diagnostic logs or recordings");
 }
 
 QString SummaryCommand::synopsis() const
