@@ -208,8 +208,9 @@ void BM_DrawPicture(benchmark::State &state)
     QImage img(picture.size(), QImage::Format_ARGB32_Premultiplied);
     for (auto _ : state) {
         QPainter painter(&img);
-        PainterCanvas canvas(&painter);
+        RenderCanvas canvas;
         picture.draw(canvas);
+        canvas.paint(&painter);
     }
 }
 BENCHMARK(BM_DrawPicture)->Unit(benchmark::kMillisecond);
