@@ -1,6 +1,6 @@
 #include "cli/areafile.h"
 
-#include "cli/clicommand.h"
+#include "cli/streamwrite.h"
 
 #include <QFile>
 #include <QJsonArray>

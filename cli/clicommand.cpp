@@ -2,13 +2,6 @@
 
 #include "cli/exitcode.h"
 
-bool writeAndFlush(FILE *stream, const QByteArray &bytes)
-{
-    const bool whole =
-        std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream) == size_t(bytes.size());
-    return std::fflush(stream) == 0 && whole;
-}
-
 void CliContext::print(const QString &text) const
 {
     printBytes(text.toUtf8());

@@ -4,6 +4,8 @@
 // QCommandLineParser and runs with the parsed result. Adding a command is
 // one class like this and one registration line in builtincommands.cpp.
 
+#include "cli/streamwrite.h"
+
 #include <QCommandLineParser>
 #include <QString>
 #include <QStringList>
@@ -12,10 +14,6 @@
 #include <utility>
 
 class CliContext;
-
-// Writes bytes to a stream and flushes it at once, so that a script reading
-// the other end sees each line when it is written; false when not all went.
-bool writeAndFlush(FILE *stream, const QByteArray &bytes);
 
 class CliCommand
 {
