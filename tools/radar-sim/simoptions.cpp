@@ -8,32 +8,32 @@
 namespace
 {
 
-// Every option with the name of its value (empty for a flag).
+// Every option with the name of its value (empty for a flag). What they mean
+// is said once, in usage().
 struct OptionSpec {
     const char *name;
     const char *valueName;
-    const char *description;
 };
 
 const OptionSpec kOptions[] = {
-    {"port", "NAME", "Serial port to use instead of a pseudo-terminal."},
-    {"baud", "N", "The module's baud rate at start."},
-    {"any-baud", "", "Talk at whatever rate the other side opened the pseudo-terminal."},
-    {"rate", "HZ", "Report frames per second."},
-    {"targets", "N", "Walking people."},
-    {"fixed", "X,Y", "A person standing still; repeatable."},
-    {"area", "N,TYPE,X1,Y1,X2,Y2", "An area held from the start; repeatable."},
-    {"seed", "N", "Seed of the walking paths."},
-    {"noise", "N", "Garbage bytes before every frame."},
-    {"bad-checksum", "P", "Probability of a wrong sum per frame."},
-    {"split", "", "Write every frame in random chunks."},
-    {"gap", "MS", "Pause after each frame."},
-    {"settle", "MS", "Quiet time after an open before reports start."},
-    {"disconnect-after", "S", "Close the port and exit this long after the first open."},
-    {"baud-ng", "", "Answer every baud-rate change with NG."},
-    {"replay", "FILE", "Play back a diagnostic log."},
-    {"link", "PATH", "Symbolic link to the port, removed at exit."},
-    {"verbose", "", "Requests, answers and port events on standard error."},
+    {"port", "NAME"},
+    {"baud", "N"},
+    {"any-baud", ""},
+    {"rate", "HZ"},
+    {"targets", "N"},
+    {"fixed", "X,Y"},
+    {"area", "N,TYPE,X1,Y1,X2,Y2"},
+    {"seed", "N"},
+    {"noise", "N"},
+    {"bad-checksum", "P"},
+    {"split", ""},
+    {"gap", "MS"},
+    {"settle", "MS"},
+    {"disconnect-after", "S"},
+    {"baud-ng", ""},
+    {"replay", "FILE"},
+    {"link", "PATH"},
+    {"verbose", ""},
 };
 
 // Options that shape the generated stream; a replay plays recorded bytes
@@ -65,9 +65,9 @@ void addOptions(QCommandLineParser &parser)
 {
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
     parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsOptions);
-    parser.addOption({{"h", "help"}, "Print the help text and exit."});
+    parser.addOption({{"h", "help"}, QString()});
     for (const OptionSpec &spec : kOptions)
-        parser.addOption({spec.name, spec.description, spec.valueName});
+        parser.addOption({spec.name, QString(), spec.valueName});
 }
 
 // The parser's own findings, in radar-sim's words: unknown options as typed,
