@@ -3,6 +3,7 @@
 // be unplugged and plugged in again at that path.
 
 #include "radar/frameformat.h"
+#include "tests/support/ptymaster.h"
 #include "tests/support/simpeer.h"
 
 #include <QFile>
@@ -53,6 +54,7 @@ private slots:
     void removedAtExit();
     void staleLinkReplaced();
     void unplugAndReplugAtOnePath();
+    void linkToARealPort();
     void refusesToReplaceAFile();
     void emptyPathIsABadCommandLine();
 
@@ -151,6 +153,30 @@ void TestRadarSimPortLink::unplugAndReplugAtOnePath()
     QCOMPARE(linkTarget(link), secondPath);
     QVERIFY(answersThrough(link));
     second.stop();
+    QVERIFY(!somethingAt(link));
+}
+
+void TestRadarSimPortLink::linkToARealPort()
+{
+    // A pseudo-terminal of the test's own stands in for a real port: with
+    // --port the link leads to that device, not to Qt's name for it.
+    PtyMaster line;
+    QVERIFY(line.isOpen());
+    SimProcess sim;
+    const QString printed = sim.start({"--port", line.path(), "--rate", "0", "--link", link});
+    QVERIFY(!printed.isEmpty());
+    QCOMPARE(linkTarget(link), line.path());
+    QVERIFY(line.write(frameformat::buildFrame(ReadArea, QByteArray())));
+    QByteArray got;
+    QElapsedTimer t;
+    t.start();
+    while (got.size() < 40 && t.elapsed() < 5000) {
+        if (line.waitReadable(50))
+            line.drain(got);
+    }
+    QCOMPARE(got.size(), 40);
+    QVERIFY(frameformat::checksumMatches(got));
+    sim.stop();
     QVERIFY(!somethingAt(link));
 }
 

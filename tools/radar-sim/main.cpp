@@ -63,8 +63,13 @@ int main(int argc, char *argv[])
     }
     // Removed when main() returns, however the run ended (SIGINT, SIGTERM,
     // --disconnect-after, the port lost).
+    // The link leads to the device itself: a pseudo-terminal's path, or the
+    // --port device (given as a path or by its name under /dev).
+    QString device = runner.simPort()->name();
+    if (!options.port.isEmpty())
+        device = options.port.startsWith('/') ? options.port : "/dev/" + options.port;
     PortLink link;
-    if (!options.link.isEmpty() && !link.create(options.link, runner.simPort()->name(), &error)) {
+    if (!options.link.isEmpty() && !link.create(options.link, device, &error)) {
         std::fprintf(stderr, "radar-sim: %s\n", qPrintable(error));
         return 1;
     }
