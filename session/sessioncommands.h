@@ -18,7 +18,6 @@ class SummaryCommand : public CliCommand
 {
 public:
     SummaryCommand();
-    QString synopsis() const override;
     QString details() const override;
     QString exitCodes() const override;
     void addOptions(QCommandLineParser &parser) override;

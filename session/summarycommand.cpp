@@ -72,13 +72,9 @@ int readSession(CliContext &context, SessionScan &scan)
 }
 
 SummaryCommand::SummaryCommand()
-    : CliCommand({"summary", "figures of a session from diagnostic logs or recordings"})
+    : CliCommand({"summary", "figures of a session from diagnostic logs or recordings",
+                  "[--json] [--from T] [--to T] [--quiet] LOG..."})
 {
-}
-
-QString SummaryCommand::synopsis() const
-{
-    return QStringLiteral("[--json] [--from T] [--to T] [--quiet] LOG...");
 }
 
 QString SummaryCommand::details() const

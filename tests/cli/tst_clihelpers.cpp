@@ -72,8 +72,8 @@ void TestCliHelpers::moduleTable()
     const QStringList lines = moduleExitCodeTable().split('\n', Qt::SkipEmptyParts);
     QCOMPARE(lines.size(), 7);
     QCOMPARE(lines.first(), QString("Exit codes:"));
-    const int codes[] = {ExitDone, ExitRefused, ExitUsage, ExitPortError, ExitNoAnswer,
-                         ExitInterrupted};
+    const int codes[] = {ExitDone,      ExitRefused,  ExitUsage,
+                         ExitPortError, ExitNoAnswer, ExitInterrupted};
     for (int k = 0; k < 6; ++k) {
         const QString code = QString::number(codes[k]);
         QVERIFY2(lines.at(k + 1).startsWith("  " + code + " "), qPrintable(lines.at(k + 1)));
@@ -92,9 +92,8 @@ void TestCliHelpers::linkEnd_data()
 
     QTest::newRow("ok") << int(LinkStatus::Ok) << true << int(ExitDone) << QString();
     QTest::newRow("timeout") << int(LinkStatus::Timeout) << true << int(ExitDone) << QString();
-    QTest::newRow("interrupted, said")
-        << int(LinkStatus::Interrupted) << true << int(ExitInterrupted)
-        << "orv-cli watch: interrupted\n";
+    QTest::newRow("interrupted, said") << int(LinkStatus::Interrupted) << true
+                                       << int(ExitInterrupted) << "orv-cli watch: interrupted\n";
     QTest::newRow("interrupted, quiet")
         << int(LinkStatus::Interrupted) << false << int(ExitInterrupted) << QString();
     QTest::newRow("lost") << int(LinkStatus::Lost) << false << int(ExitNoAnswer)
