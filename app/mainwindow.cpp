@@ -1,9 +1,9 @@
 #include "app/mainwindow.h"
 
 #include "app/restartloop.h"
-#include "app/translationtable.h"
 #include "log/logger.h"
 #include "radar/radercommunicate.h"
+#include "text/translationtable.h"
 #include "ui_mainwindow.h"
 #include "view/capturescreen.h"
 #include "view/xyview.h"

@@ -6,10 +6,10 @@
 //   bench_render --write-logs DIR HOURS   writes HOURS of such a log into
 //                                         DIR/logfile_<n>.txt, 5 MiB each
 
-#include "cli/sessionpicture.h"
-#include "cli/sessionscan.h"
 #include "log/loglinereader.h"
 #include "radar/frameformat.h"
+#include "render/sessionpicture.h"
+#include "session/sessionscan.h"
 #include "tools/radar-sim/replaylog.h"
 
 #include <QDateTime>
@@ -208,8 +208,9 @@ void BM_DrawPicture(benchmark::State &state)
     QImage img(picture.size(), QImage::Format_ARGB32_Premultiplied);
     for (auto _ : state) {
         QPainter painter(&img);
-        PainterCanvas canvas(&painter);
+        RenderCanvas canvas;
         picture.draw(canvas);
+        canvas.paint(&painter);
     }
 }
 BENCHMARK(BM_DrawPicture)->Unit(benchmark::kMillisecond);

@@ -1,5 +1,7 @@
 #include "cli/areafile.h"
 
+#include "cli/streamwrite.h"
+
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -132,6 +134,91 @@ void AreaFile::lineAndColumn(const QByteArray &text, int offset, int *line, int 
     *column = c;
 }
 
+namespace
+{
+
+// "format" and "version": an orv-cli area file of the version this one reads.
+bool readHeader(Reader &r, const QJsonObject &root)
+{
+    if (!root.contains("format"))
+        return r.fail("format", QString("missing (must be \"%1\")").arg(AreaFile::kFormatName));
+    if (root.value("format").toString() != QLatin1String(AreaFile::kFormatName))
+        return r.fail(
+            "format",
+            QString("must be \"%1\": this is not an orv-cli area file").arg(AreaFile::kFormatName));
+    if (!root.contains("version"))
+        return r.fail("version", QString("missing (must be %1)").arg(AreaFile::kVersion));
+    int version = 0;
+    if (!r.integer(root.value("version"), "version", &version))
+        return false;
+    if (version != AreaFile::kVersion)
+        return r.fail("version", QString("%1 is not supported (this orv-cli reads version %2)")
+                                     .arg(version)
+                                     .arg(AreaFile::kVersion));
+    return true;
+}
+
+// "display": a name or a number 0..255.
+bool readDisplay(Reader &r, const QJsonValue &d, int *display)
+{
+    if (d.isString()) {
+        *display = AreaFile::displayValue(d.toString());
+        if (*display < 0)
+            return r.fail("display", QString("\"%1\" is not a display type (\"area\", "
+                                             "\"track\" or a number 0..255)")
+                                         .arg(d.toString()));
+        return true;
+    }
+    int value = 0;
+    if (!r.integer(d, "display", &value))
+        return false;
+    if (value < 0 || value > 255)
+        return r.fail("display", QString("%1 is outside 0..255").arg(value));
+    *display = value;
+    return true;
+}
+
+// One entry of "areas"; seen holds the numbers of the entries before it.
+bool readArea(Reader &r, const QJsonValue &value, const QString &where, QSet<int> &seen,
+              AreaEntry *entry)
+{
+    if (!value.isObject())
+        return r.fail(where, "must be an object {\"number\": ..., \"type\": ...}");
+    const QJsonObject o = value.toObject();
+    if (!r.onlyKnownKeys(o, {"number", "type", "from", "to"}, where))
+        return false;
+    if (!o.contains("number"))
+        return r.fail(where + ".number", "missing (1, 2 or 3)");
+    if (!r.integer(o.value("number"), where + ".number", &entry->number))
+        return false;
+    if (entry->number < 1 || entry->number > 3)
+        return r.fail(where + ".number", QString("%1 is not 1, 2 or 3").arg(entry->number));
+    if (seen.contains(entry->number))
+        return r.fail(where + ".number", QString("area %1 appears twice").arg(entry->number));
+    seen.insert(entry->number);
+
+    if (!o.contains("type"))
+        return r.fail(where + ".type", "missing (\"detect\", \"exclude\" or \"unset\")");
+    const QString type = o.value("type").toString();
+    if (type == QLatin1String("detect"))
+        entry->kind = AreaEntry::Detect;
+    else if (type == QLatin1String("exclude"))
+        entry->kind = AreaEntry::Exclude;
+    else if (type == QLatin1String("unset"))
+        entry->kind = AreaEntry::Unset;
+    else
+        return r.fail(where + ".type", QString("must be \"detect\", \"exclude\" or \"unset\""));
+
+    if (entry->kind == AreaEntry::Unset) {
+        if (o.contains("from") || o.contains("to"))
+            return r.fail(where, "an unset area has no corners (remove from/to)");
+        return true;
+    }
+    return r.corner(o, "from", where, &entry->from) && r.corner(o, "to", where, &entry->to);
+}
+
+} // namespace
+
 bool AreaFile::parse(const QByteArray &text, const QString &name, AreaFile *file, QString *error)
 {
     Reader r(name);
@@ -157,42 +244,14 @@ bool AreaFile::parse(const QByteArray &text, const QString &name, AreaFile *file
     if (!doc.isObject())
         return done(r.fail(QString(), "the file must hold one JSON object ({...})"));
     const QJsonObject root = doc.object();
-    if (!r.onlyKnownKeys(root, {"format", "version", "display", "areas"}, QString()))
+    if (!r.onlyKnownKeys(root, {"format", "version", "display", "areas"}, QString()) ||
+        !readHeader(r, root))
         return done(false);
-
-    if (!root.contains("format"))
-        return done(r.fail("format", QString("missing (must be \"%1\")").arg(kFormatName)));
-    if (root.value("format").toString() != QLatin1String(kFormatName))
-        return done(
-            r.fail("format",
-                   QString("must be \"%1\": this is not an orv-cli area file").arg(kFormatName)));
-    if (!root.contains("version"))
-        return done(r.fail("version", QString("missing (must be %1)").arg(kVersion)));
-    int version = 0;
-    if (!r.integer(root.value("version"), "version", &version))
-        return done(false);
-    if (version != kVersion)
-        return done(r.fail("version", QString("%1 is not supported (this orv-cli reads version %2)")
-                                          .arg(version)
-                                          .arg(kVersion)));
 
     AreaFile result;
     if (root.contains("display")) {
-        const QJsonValue d = root.value("display");
-        if (d.isString()) {
-            result.display = displayValue(d.toString());
-            if (result.display < 0)
-                return done(r.fail("display", QString("\"%1\" is not a display type (\"area\", "
-                                                      "\"track\" or a number 0..255)")
-                                                  .arg(d.toString())));
-        } else {
-            int value = 0;
-            if (!r.integer(d, "display", &value))
-                return done(false);
-            if (value < 0 || value > 255)
-                return done(r.fail("display", QString("%1 is outside 0..255").arg(value)));
-            result.display = value;
-        }
+        if (!readDisplay(r, root.value("display"), &result.display))
+            return done(false);
         result.hasDisplay = true;
     }
 
@@ -205,45 +264,9 @@ bool AreaFile::parse(const QByteArray &text, const QString &name, AreaFile *file
         return done(r.fail("areas", QString("%1 areas; a module has three").arg(list.size())));
     QSet<int> seen;
     for (int i = 0; i < list.size(); ++i) {
-        const QString where = QString("areas[%1]").arg(i);
-        if (!list.at(i).isObject())
-            return done(r.fail(where, "must be an object {\"number\": ..., \"type\": ...}"));
-        const QJsonObject o = list.at(i).toObject();
-        if (!r.onlyKnownKeys(o, {"number", "type", "from", "to"}, where))
-            return done(false);
         AreaEntry entry;
-        if (!o.contains("number"))
-            return done(r.fail(where + ".number", "missing (1, 2 or 3)"));
-        if (!r.integer(o.value("number"), where + ".number", &entry.number))
+        if (!readArea(r, list.at(i), QString("areas[%1]").arg(i), seen, &entry))
             return done(false);
-        if (entry.number < 1 || entry.number > 3)
-            return done(
-                r.fail(where + ".number", QString("%1 is not 1, 2 or 3").arg(entry.number)));
-        if (seen.contains(entry.number))
-            return done(
-                r.fail(where + ".number", QString("area %1 appears twice").arg(entry.number)));
-        seen.insert(entry.number);
-
-        if (!o.contains("type"))
-            return done(r.fail(where + ".type", "missing (\"detect\", \"exclude\" or \"unset\")"));
-        const QString type = o.value("type").toString();
-        if (type == QLatin1String("detect"))
-            entry.kind = AreaEntry::Detect;
-        else if (type == QLatin1String("exclude"))
-            entry.kind = AreaEntry::Exclude;
-        else if (type == QLatin1String("unset"))
-            entry.kind = AreaEntry::Unset;
-        else
-            return done(
-                r.fail(where + ".type", QString("must be \"detect\", \"exclude\" or \"unset\"")));
-
-        if (entry.kind == AreaEntry::Unset) {
-            if (o.contains("from") || o.contains("to"))
-                return done(r.fail(where, "an unset area has no corners (remove from/to)"));
-        } else {
-            if (!r.corner(o, "from", where, &entry.from) || !r.corner(o, "to", where, &entry.to))
-                return done(false);
-        }
         result.areas.append(entry);
     }
     std::sort(result.areas.begin(), result.areas.end(),
@@ -304,9 +327,7 @@ bool AreaFile::save(const QString &path, QString *error) const
 {
     const QByteArray text = toJson();
     if (path == QLatin1String("-")) {
-        const bool ok =
-            std::fwrite(text.constData(), 1, size_t(text.size()), stdout) == size_t(text.size());
-        std::fflush(stdout);
+        const bool ok = writeAndFlush(stdout, text);
         if (!ok && error)
             *error = QStringLiteral("cannot write to standard output");
         return ok;

@@ -123,19 +123,15 @@ int AreasCommand::areaNumber(CliContext &context, int *number)
 
 // --- backup ---------------------------------------------------------------
 
-QString AreasBackupCommand::summary() const
+AreasBackupCommand::AreasBackupCommand()
+    : AreasCommand(
+          {"areas backup", "save the module's areas and display type to an area file", "-o FILE",
+           "Reads the display type and the three areas and writes them as an area file\n"
+           "(see the README); -o - writes to standard output. The file is replaced whole\n"
+           "or not at all. Where the window's encoding would send a corner one decimetre\n"
+           "short, the corners are written a few thousandths of a metre further from zero,\n"
+           "so that restoring the file puts back exactly what the module held."})
 {
-    return QStringLiteral("save the module's areas and display type to an area file");
-}
-
-QString AreasBackupCommand::details() const
-{
-    return QStringLiteral(
-        "Reads the display type and the three areas and writes them as an area file\n"
-        "(see the README); -o - writes to standard output. The file is replaced whole\n"
-        "or not at all. Where the window's encoding would send a corner one decimetre\n"
-        "short, the corners are written a few thousandths of a metre further from zero,\n"
-        "so that restoring the file puts back exactly what the module held.");
 }
 
 void AreasBackupCommand::addOptions(QCommandLineParser &parser)
@@ -183,14 +179,22 @@ int AreasBackupCommand::runWith(CliContext &context, ModuleSession &session)
     return ExitDone;
 }
 
-// --- restore --------------------------------------------------------------
+// --- restore and verify ---------------------------------------------------
 
-QString AreasRestoreCommand::summary() const
+void AreasFileCommand::addOptions(QCommandLineParser &parser)
 {
-    return QStringLiteral("set the areas (and display type) of an area file, then verify");
+    parser.addPositionalArgument("FILE", fileHelp);
 }
 
-QString AreasRestoreCommand::details() const
+int AreasFileCommand::checkArguments(CliContext &context)
+{
+    return loadFile(context, &file);
+}
+
+// --- restore --------------------------------------------------------------
+
+// The paragraphs of orv-cli help areas restore.
+static QString restoreDetails()
 {
     return QStringLiteral(
                "Sets the display type when the file has one, then each area the file lists\n"
@@ -201,14 +205,12 @@ QString AreasRestoreCommand::details() const
            QLatin1String(kDecimetreNote);
 }
 
-void AreasRestoreCommand::addOptions(QCommandLineParser &parser)
+AreasRestoreCommand::AreasRestoreCommand()
+    : AreasFileCommand({"areas restore",
+                        "set the areas (and display type) of an area file, then verify", "FILE",
+                        restoreDetails()},
+                       "The area file to restore.")
 {
-    parser.addPositionalArgument("FILE", "The area file to restore.");
-}
-
-int AreasRestoreCommand::checkArguments(CliContext &context)
-{
-    return loadFile(context, &file);
 }
 
 int AreasRestoreCommand::runWith(CliContext &context, ModuleSession &session)
@@ -237,26 +239,19 @@ int AreasRestoreCommand::runWith(CliContext &context, ModuleSession &session)
 
 // --- verify ---------------------------------------------------------------
 
-QString AreasVerifyCommand::summary() const
-{
-    return QStringLiteral("check that the module holds what an area file says");
-}
-
-QString AreasVerifyCommand::details() const
+// The paragraphs of orv-cli help areas verify.
+static QString verifyDetails()
 {
     return QStringLiteral("Reads the module and compares it with the file; prints each "
                           "difference and\nexits with code 1 when there is one.\n\n") +
            QLatin1String(kDecimetreNote);
 }
 
-void AreasVerifyCommand::addOptions(QCommandLineParser &parser)
+AreasVerifyCommand::AreasVerifyCommand()
+    : AreasFileCommand({"areas verify", "check that the module holds what an area file says",
+                        "FILE", verifyDetails()},
+                       "The area file to compare with.")
 {
-    parser.addPositionalArgument("FILE", "The area file to compare with.");
-}
-
-int AreasVerifyCommand::checkArguments(CliContext &context)
-{
-    return loadFile(context, &file);
 }
 
 int AreasVerifyCommand::runWith(CliContext &context, ModuleSession &session)
@@ -273,10 +268,7 @@ int AreasVerifyCommand::runWith(CliContext &context, ModuleSession &session)
 
 // --- clear ----------------------------------------------------------------
 
-QString AreasClearCommand::summary() const
-{
-    return QStringLiteral("cancel all three areas");
-}
+AreasClearCommand::AreasClearCommand() : AreasCommand({"areas clear", "cancel all three areas"}) {}
 
 int AreasClearCommand::runWith(CliContext &context, ModuleSession &session)
 {
@@ -292,18 +284,14 @@ int AreasClearCommand::runWith(CliContext &context, ModuleSession &session)
 
 // --- set ------------------------------------------------------------------
 
-QString AreasSetCommand::summary() const
+AreasSetCommand::AreasSetCommand()
+    : AreasCommand(
+          {"areas set", "set one area", "N --type detect|exclude --from X1,Y1 --to X2,Y2",
+           "Sets area N (1..3) to a detection or exclusion rectangle between two corners in\n"
+           "metres (x -8..8, y 0..8; write a negative x as --from=-1.5,3 or --from -1.5,3).\n"
+           "The corners may come in any order; they are sent upper left first, as the\n"
+           "window sends them. Exit code 1 when the module refuses."})
 {
-    return QStringLiteral("set one area");
-}
-
-QString AreasSetCommand::details() const
-{
-    return QStringLiteral(
-        "Sets area N (1..3) to a detection or exclusion rectangle between two corners in\n"
-        "metres (x -8..8, y 0..8; write a negative x as --from=-1.5,3 or --from -1.5,3).\n"
-        "The corners may come in any order; they are sent upper left first, as the\n"
-        "window sends them. Exit code 1 when the module refuses.");
 }
 
 void AreasSetCommand::addOptions(QCommandLineParser &parser)
@@ -362,10 +350,7 @@ int AreasSetCommand::runWith(CliContext &context, ModuleSession &session)
 
 // --- unset ----------------------------------------------------------------
 
-QString AreasUnsetCommand::summary() const
-{
-    return QStringLiteral("cancel one area");
-}
+AreasUnsetCommand::AreasUnsetCommand() : AreasCommand({"areas unset", "cancel one area", "N"}) {}
 
 void AreasUnsetCommand::addOptions(QCommandLineParser &parser)
 {

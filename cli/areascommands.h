@@ -10,6 +10,9 @@
 // Base of the area commands: reading the module and comparing with a file.
 class AreasCommand : public ModuleCommand
 {
+public:
+    using ModuleCommand::ModuleCommand;
+
 protected:
     // One line per difference between the file and what the module holds,
     // compared in decimetres as the wire carries them. Areas and a display
@@ -31,10 +34,7 @@ protected:
 class AreasBackupCommand : public AreasCommand
 {
 public:
-    QString name() const override { return QStringLiteral("areas backup"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("-o FILE"); }
-    QString details() const override;
+    AreasBackupCommand();
     void addOptions(QCommandLineParser &parser) override;
 
 protected:
@@ -42,45 +42,48 @@ protected:
     int runWith(CliContext &context, ModuleSession &session) override;
 };
 
-class AreasRestoreCommand : public AreasCommand
+// Base of restore and verify: one area file named on the command line, read
+// and checked before anything is sent.
+class AreasFileCommand : public AreasCommand
 {
 public:
-    QString name() const override { return QStringLiteral("areas restore"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("FILE"); }
-    QString details() const override;
+    AreasFileCommand(const Words &words, const QString &fileHelp)
+        : AreasCommand(words), fileHelp(fileHelp)
+    {
+    }
     void addOptions(QCommandLineParser &parser) override;
 
 protected:
     int checkArguments(CliContext &context) override;
-    int runWith(CliContext &context, ModuleSession &session) override;
+
+    AreaFile file;
 
 private:
-    AreaFile file;
+    QString fileHelp;
 };
 
-class AreasVerifyCommand : public AreasCommand
+class AreasRestoreCommand : public AreasFileCommand
 {
 public:
-    QString name() const override { return QStringLiteral("areas verify"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("FILE"); }
-    QString details() const override;
-    void addOptions(QCommandLineParser &parser) override;
+    AreasRestoreCommand();
 
 protected:
-    int checkArguments(CliContext &context) override;
     int runWith(CliContext &context, ModuleSession &session) override;
+};
 
-private:
-    AreaFile file;
+class AreasVerifyCommand : public AreasFileCommand
+{
+public:
+    AreasVerifyCommand();
+
+protected:
+    int runWith(CliContext &context, ModuleSession &session) override;
 };
 
 class AreasClearCommand : public AreasCommand
 {
 public:
-    QString name() const override { return QStringLiteral("areas clear"); }
-    QString summary() const override;
+    AreasClearCommand();
 
 protected:
     int runWith(CliContext &context, ModuleSession &session) override;
@@ -89,13 +92,7 @@ protected:
 class AreasSetCommand : public AreasCommand
 {
 public:
-    QString name() const override { return QStringLiteral("areas set"); }
-    QString summary() const override;
-    QString synopsis() const override
-    {
-        return QStringLiteral("N --type detect|exclude --from X1,Y1 --to X2,Y2");
-    }
-    QString details() const override;
+    AreasSetCommand();
     void addOptions(QCommandLineParser &parser) override;
 
 protected:
@@ -109,9 +106,7 @@ private:
 class AreasUnsetCommand : public AreasCommand
 {
 public:
-    QString name() const override { return QStringLiteral("areas unset"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("N"); }
+    AreasUnsetCommand();
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

@@ -18,12 +18,8 @@ QString windowRateList()
 
 } // namespace
 
-QString BaudCommand::summary() const
-{
-    return QStringLiteral("change the module's baud rate and check it answers there");
-}
-
-QString BaudCommand::details() const
+// The paragraphs of orv-cli help baud.
+static QString baudDetails()
 {
     return QString("Asks the module to talk at NEW baud, waits for its answer at the old\n"
                    "rate, reopens the port at NEW and asks for the display type there. Exit\n"
@@ -33,6 +29,12 @@ QString BaudCommand::details() const
                    "\n"
                    "NEW is one of the window's rates: %1.")
         .arg(windowRateList());
+}
+
+BaudCommand::BaudCommand()
+    : ModuleCommand({"baud", "change the module's baud rate and check it answers there", "NEW",
+                     baudDetails()})
+{
 }
 
 void BaudCommand::addOptions(QCommandLineParser &parser)

@@ -7,10 +7,7 @@
 class BaudCommand : public ModuleCommand
 {
 public:
-    QString name() const override { return QStringLiteral("baud"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("NEW"); }
-    QString details() const override;
+    BaudCommand();
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

@@ -12,14 +12,6 @@
 namespace
 {
 
-const char kExitCodes[] = "Exit codes:\n"
-                          "  0    done\n"
-                          "  1    the module refused (NG) or holds something else than expected\n"
-                          "  2    bad command line or file (nothing was sent)\n"
-                          "  3    the port cannot be opened (missing, busy, no permission)\n"
-                          "  4    no answer from the module, or the line went away\n"
-                          "  130  interrupted (Ctrl-C or SIGTERM); output written so far is kept\n";
-
 // Lines of help text are at most this long, so that they fit an 80-column
 // terminal (Qt's option table keeps to the same width).
 constexpr int kWidth = 79;
@@ -135,9 +127,7 @@ QString CliApp::version()
 
 void CliApp::write(FILE *stream, const QString &text) const
 {
-    const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
-    std::fflush(stream);
+    writeAndFlush(stream, text.toUtf8());
 }
 
 CliCommand *CliApp::lookUp(const QString &name) const
@@ -214,7 +204,7 @@ QString CliApp::overview() const
         "                    describe one command\n"
         "  -v, --version     the program's version\n"
         "\n");
-    text += QLatin1String(kExitCodes);
+    text += moduleExitCodeTable();
     return text;
 }
 
@@ -256,7 +246,7 @@ QString CliApp::commandHelp(const CliCommand &command) const
         text += "\n" + table.mid(options);
     QString codes = command.exitCodes();
     if (codes.isEmpty())
-        codes = QLatin1String(kExitCodes);
+        codes = moduleExitCodeTable();
     else if (!codes.startsWith(QLatin1String("Exit codes:")))
         codes.prepend(QLatin1String("Exit codes:\n"));
     text += "\n" + codes;

@@ -4,27 +4,43 @@
 // QCommandLineParser and runs with the parsed result. Adding a command is
 // one class like this and one registration line in builtincommands.cpp.
 
+#include "cli/streamwrite.h"
+
 #include <QCommandLineParser>
 #include <QString>
 #include <QStringList>
 
 #include <cstdio>
+#include <utility>
 
 class CliContext;
 
 class CliCommand
 {
 public:
+    // The words orv-cli's help has for a command, given to the constructor.
+    struct Words {
+        Words(const QString &name, const QString &summary, const QString &synopsis = QString(),
+              const QString &details = QString())
+            : name(name), summary(summary), synopsis(synopsis), details(details)
+        {
+        }
+
+        QString name;     // "ports", or two words for a group: "areas backup"
+        QString summary;  // one line for the command list of orv-cli --help
+        QString synopsis; // what follows the name in the usage line: "[--json] FILE"
+        QString details;  // paragraphs of orv-cli help COMMAND after the usage line
+    };
+
+    CliCommand() : words(QString(), QString()) {}
+    explicit CliCommand(Words words) : words(std::move(words)) {}
     virtual ~CliCommand() = default;
 
-    // "ports", or two words for a group: "areas backup".
-    virtual QString name() const = 0;
-    // One line for the command list of orv-cli --help.
-    virtual QString summary() const = 0;
-    // What follows the name in the usage line: "[--json] FILE".
-    virtual QString synopsis() const { return QString(); }
-    // Paragraphs shown by orv-cli help COMMAND after the usage line.
-    virtual QString details() const { return QString(); }
+    virtual QString name() const { return words.name; }
+    virtual QString summary() const { return words.summary; }
+    virtual QString synopsis() const { return words.synopsis; }
+    // Override when the paragraphs are put together when asked for.
+    virtual QString details() const { return words.details; }
     // True when the command talks to a module: --port and --baud are added.
     virtual bool usesPort() const { return false; }
     // True when it also takes --baud N|auto (every port command but probe).
@@ -36,6 +52,9 @@ public:
 
     virtual void addOptions(QCommandLineParser &parser) { Q_UNUSED(parser) }
     virtual int run(CliContext &context) = 0;
+
+private:
+    Words words;
 };
 
 // What a running command sees: its parsed command line and the two output

@@ -3,7 +3,7 @@
 
 #include "cli/cliapp.h"
 #include "cli/interrupt.h"
-#include "cli/sessioncommands.h"
+#include "render/rendercommand.h"
 
 #include <QCoreApplication>
 

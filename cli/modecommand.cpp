@@ -6,17 +6,13 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-QString ModeCommand::summary() const
+ModeCommand::ModeCommand()
+    : ModuleCommand(
+          {"mode", "read or set the display type (area or track)", "[area|track] [--json]",
+           "Without an argument prints the display type: area (value 2, the window's area\n"
+           "mode), track (value 1, tracking mode) or the module's number. With area or\n"
+           "track sets it and waits for the module's answer: exit code 1 when it refuses."})
 {
-    return QStringLiteral("read or set the display type (area or track)");
-}
-
-QString ModeCommand::details() const
-{
-    return QStringLiteral(
-        "Without an argument prints the display type: area (value 2, the window's area\n"
-        "mode), track (value 1, tracking mode) or the module's number. With area or\n"
-        "track sets it and waits for the module's answer: exit code 1 when it refuses.");
 }
 
 void ModeCommand::addOptions(QCommandLineParser &parser)

@@ -6,10 +6,7 @@
 class ModeCommand : public ModuleCommand
 {
 public:
-    QString name() const override { return QStringLiteral("mode"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("[area|track] [--json]"); }
-    QString details() const override;
+    ModeCommand();
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

@@ -3,6 +3,8 @@
 #include "cli/baudprobe.h"
 #include "cli/exitcode.h"
 
+#include <cmath>
+
 namespace
 {
 
@@ -15,6 +17,54 @@ QString rateList(const QList<int> &rates)
 }
 
 } // namespace
+
+bool parseDuration(const QString &text, qint64 *ms)
+{
+    bool ok = false;
+    const double seconds = text.trimmed().toDouble(&ok);
+    if (!ok || !std::isfinite(seconds) || seconds <= 0.0 || seconds > 1e7)
+        return false;
+    *ms = qint64(std::llround(seconds * 1000.0));
+    return *ms > 0;
+}
+
+int linkEnd(const CliContext &context, const QString &port, LinkStatus status, const QString &after,
+            bool sayInterrupted)
+{
+    switch (status) {
+    case LinkStatus::Interrupted:
+        return sayInterrupted ? context.fail(ExitInterrupted, "interrupted") : ExitInterrupted;
+    case LinkStatus::Lost:
+        return context.fail(ExitNoAnswer, QString("the port %1 went away").arg(port) + after);
+    case LinkStatus::Timeout:
+    case LinkStatus::Ok:
+        break;
+    }
+    return ExitDone;
+}
+
+void ModuleCommand::addDurationOption(QCommandLineParser &parser, const QString &description,
+                                      const QString &defaultSeconds)
+{
+    parser.addOption({"duration", description, "S", defaultSeconds});
+}
+
+int ModuleCommand::readDuration(CliContext &context, qint64 *ms)
+{
+    const QString value = context.parser.value("duration");
+    if (!context.parser.isSet("duration") && value.isEmpty())
+        return ExitDone;
+    if (!parseDuration(value, ms))
+        return context.usageError(
+            QString("--duration: \"%1\" is not a number of seconds (> 0)").arg(value));
+    return ExitDone;
+}
+
+int ModuleCommand::readDurationAndNoArguments(CliContext &context, qint64 *ms)
+{
+    const int duration = readDuration(context, ms);
+    return duration != ExitDone ? duration : noMoreArguments(context, 0);
+}
 
 int ModuleCommand::checkArguments(CliContext &context)
 {
@@ -45,11 +95,9 @@ int ModuleCommand::run(CliContext &context)
         return context.fail(ExitPortError, why);
     if (portOptions.autoBaud()) {
         const BaudProbe::Result probe = BaudProbe::run(session);
-        if (probe.status == LinkStatus::Interrupted)
-            return context.fail(ExitInterrupted, "interrupted");
-        if (probe.status == LinkStatus::Lost)
-            return context.fail(ExitNoAnswer,
-                                QString("the port %1 went away").arg(portOptions.port));
+        const int ended = linkEnd(context, portOptions.port, probe.status);
+        if (ended != ExitDone)
+            return ended;
         if (probe.baud == 0)
             return context.fail(
                 ExitNoAnswer,
@@ -67,17 +115,9 @@ int ModuleCommand::run(CliContext &context)
 int ModuleCommand::failure(CliContext &context, ModuleSession &session, LinkStatus status,
                            const QString &what, int tries)
 {
-    switch (status) {
-    case LinkStatus::Interrupted:
-        return context.fail(ExitInterrupted, "interrupted");
-    case LinkStatus::Lost:
-        return context.fail(
-            ExitNoAnswer,
-            QString("the port %1 went away while waiting for %2").arg(session.portName(), what));
-    case LinkStatus::Timeout:
-    case LinkStatus::Ok:
-        break;
-    }
+    const int ended = linkEnd(context, session.portName(), status, " while waiting for " + what);
+    if (ended != ExitDone)
+        return ended;
     QString text = QString("no answer from the module on %1 at %2 baud to %3")
                        .arg(session.portName())
                        .arg(session.baudRate())

@@ -17,9 +17,20 @@ struct ModuleAreas {
     std::array<WireArea, 3> areas;
 };
 
+// The end of a wait that did not get what it waited for, worded once for
+// every command: Ctrl-C is exit code 130 ("interrupted" said when
+// sayInterrupted), a port that went away is 4 ("the port P went away" and
+// then after). Ok and Timeout return ExitDone: the caller words those itself.
+int linkEnd(const CliContext &context, const QString &port, LinkStatus status,
+            const QString &after = QString(), bool sayInterrupted = true);
+
+// --duration S as milliseconds (seconds with decimals, > 0); false when wrong.
+bool parseDuration(const QString &text, qint64 *ms);
+
 class ModuleCommand : public CliCommand
 {
 public:
+    using CliCommand::CliCommand;
     bool usesPort() const override { return true; }
     int run(CliContext &context) final;
 
@@ -47,6 +58,15 @@ protected:
 
     // Refuses positional arguments beyond the first count.
     int noMoreArguments(CliContext &context, int count);
+
+    // --duration S of the commands that listen to the stream: adds the option
+    // (with a default in seconds, or none) / reads it into *ms, which stays
+    // as it is when the option is absent. ExitDone or the usage error's code.
+    static void addDurationOption(QCommandLineParser &parser, const QString &description,
+                                  const QString &defaultSeconds = QString());
+    static int readDuration(CliContext &context, qint64 *ms);
+    // The same, then refuses positional arguments.
+    int readDurationAndNoArguments(CliContext &context, qint64 *ms);
 
     PortOptions portOptions;
 };

@@ -213,30 +213,24 @@ LinkStatus ModuleSession::fill(int timeoutMs)
 
 LinkStatus ModuleSession::waitForAnyFrame(int timeoutMs, QByteArray *frame)
 {
-    QElapsedTimer clock;
-    clock.start();
-    for (;;) {
-        if (!frames.isEmpty()) {
-            *frame = frames.takeFirst();
-            return LinkStatus::Ok;
-        }
-        const qint64 left = timeoutMs - clock.elapsed();
-        if (left <= 0)
-            return LinkStatus::Timeout;
-        const LinkStatus status = fill(int(left));
-        if (status != LinkStatus::Ok)
-            return status;
-    }
+    return waitFor([](const QByteArray &) { return true; }, timeoutMs, frame);
 }
 
 LinkStatus ModuleSession::waitForFrame(quint8 code, int timeoutMs, QByteArray *frame)
+{
+    return waitFor([code](const QByteArray &f) { return frameformat::codeOf(f) == code; },
+                   timeoutMs, frame);
+}
+
+LinkStatus ModuleSession::waitFor(const std::function<bool(const QByteArray &)> &wanted,
+                                  int timeoutMs, QByteArray *frame)
 {
     QElapsedTimer clock;
     clock.start();
     for (;;) {
         while (!frames.isEmpty()) {
             const QByteArray f = frames.takeFirst();
-            if (quint8(f.at(5)) == code) {
+            if (wanted(f)) {
                 *frame = f;
                 return LinkStatus::Ok;
             }

@@ -76,6 +76,9 @@ public:
 
 private:
     LinkStatus fill(int timeoutMs);
+    // Waits for the next frame wanted says yes to, passing over the others.
+    LinkStatus waitFor(const std::function<bool(const QByteArray &)> &wanted, int timeoutMs,
+                       QByteArray *frame);
 
     QSerialPort port;
     QString name;

@@ -7,29 +7,24 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-QString PortsCommand::summary() const
+PortsCommand::PortsCommand()
+    : CliCommand(
+          {"ports", "list the serial ports that can be opened", "[--json]",
+           "Lists every serial port Qt knows that can be opened now, then the names in\n"
+           "ORV_EXTRA_PORTS (separated by ':') that can be opened, the same list the window\n"
+           "offers. A port held by another program, or one you may not open, is left out.\n"
+           "One port a line, fields separated by tabs: the name, the device path (when it\n"
+           "differs from the name), then its USB description, maker, vendor:product ids and\n"
+           "serial number where known. --json prints the same as an array of objects (name,\n"
+           "path, description, manufacturer, serialNumber, and vendorId and productId when\n"
+           "known)."})
 {
-    return QStringLiteral("list the serial ports that can be opened");
-}
-
-QString PortsCommand::details() const
-{
-    return QStringLiteral(
-        "Lists every serial port Qt knows that can be opened now, then the names in\n"
-        "ORV_EXTRA_PORTS (separated by ':') that can be opened, the same list the window\n"
-        "offers. A port held by another program, or one you may not open, is left out.\n"
-        "One port a line, fields separated by tabs: the name, the device path (when it\n"
-        "differs from the name), then its USB description, maker, vendor:product ids and\n"
-        "serial number where known. --json prints the same as an array of objects (name,\n"
-        "path, description, manufacturer, serialNumber, and vendorId and productId when\n"
-        "known).");
 }
 
 QString PortsCommand::exitCodes() const
 {
-    return QStringLiteral("Exit codes:\n"
-                          "  0    done (also when no port can be opened)\n"
-                          "  2    bad command line\n");
+    return exitCodeTable(
+        {{ExitDone, "done (also when no port can be opened)"}, {ExitUsage, "bad command line"}});
 }
 
 void PortsCommand::addOptions(QCommandLineParser &parser)

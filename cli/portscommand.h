@@ -7,10 +7,7 @@
 class PortsCommand : public CliCommand
 {
 public:
-    QString name() const override { return QStringLiteral("ports"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("[--json]"); }
-    QString details() const override;
+    PortsCommand();
     QString exitCodes() const override;
     void addOptions(QCommandLineParser &parser) override;
     int run(CliContext &context) override;

@@ -2,18 +2,15 @@
 
 #include "cli/baudprobe.h"
 #include "cli/exitcode.h"
+#include "cli/modulecommand.h"
 #include "cli/portoptions.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
-QString ProbeCommand::summary() const
-{
-    return QStringLiteral("find the baud rate the module talks at");
-}
-
-QString ProbeCommand::details() const
+// The paragraphs of orv-cli help probe.
+static QString probeDetails()
 {
     QStringList order;
     for (int rate : BaudProbe::probeOrder())
@@ -27,6 +24,12 @@ QString ProbeCommand::details() const
         .arg(order.join(", "));
 }
 
+ProbeCommand::ProbeCommand()
+    : CliCommand({"probe", "find the baud rate the module talks at", "[--listen MS] [--json]",
+                  probeDetails()})
+{
+}
+
 void ProbeCommand::addOptions(QCommandLineParser &parser)
 {
     parser.addOption({"listen",
@@ -38,12 +41,11 @@ void ProbeCommand::addOptions(QCommandLineParser &parser)
 
 QString ProbeCommand::exitCodes() const
 {
-    return QStringLiteral("Exit codes:\n"
-                          "  0    done: the rate is printed\n"
-                          "  2    bad command line (nothing was sent)\n"
-                          "  3    the port cannot be opened (missing, busy, no permission)\n"
-                          "  4    no frame at any rate, or the line went away\n"
-                          "  130  interrupted (Ctrl-C or SIGTERM)\n");
+    return exitCodeTable({{ExitDone, "done: the rate is printed"},
+                          {ExitUsage, "bad command line (nothing was sent)"},
+                          {ExitPortError, kExitMeaningPort},
+                          {ExitNoAnswer, "no frame at any rate, or the line went away"},
+                          {ExitInterrupted, kExitMeaningInterrupted}});
 }
 
 int ProbeCommand::run(CliContext &context)
@@ -67,10 +69,9 @@ int ProbeCommand::run(CliContext &context)
         return context.fail(ExitPortError, why);
     const BaudProbe::Result result = BaudProbe::run(session, listenMs);
     session.close();
-    if (result.status == LinkStatus::Interrupted)
-        return context.fail(ExitInterrupted, "interrupted");
-    if (result.status == LinkStatus::Lost)
-        return context.fail(ExitNoAnswer, QString("the port %1 went away").arg(options.port));
+    const int ended = linkEnd(context, options.port, result.status);
+    if (ended != ExitDone)
+        return ended;
 
     QStringList tried;
     QJsonArray triedJson;

@@ -6,10 +6,7 @@
 class ProbeCommand : public CliCommand
 {
 public:
-    QString name() const override { return QStringLiteral("probe"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("[--listen MS] [--json]"); }
-    QString details() const override;
+    ProbeCommand();
     QString exitCodes() const override;
     bool usesPort() const override { return true; }
     bool takesBaud() const override { return false; }

@@ -5,38 +5,30 @@
 #include "cli/watchcommand.h"
 #include "radar/framedecoder.h"
 
-QString RecordCommand::summary() const
+RecordCommand::RecordCommand()
+    : ModuleCommand(
+          {"record", "record the received bytes for radar-sim --replay", "-o FILE [--duration S]",
+           "Writes every read from the port as one line in the diagnostic log's format,\n"
+           "  [2026-11-22 15:05:00.123] RecvData:FF EE DD 00 05 07 0A 1E F6 14 39 DD EE FF\n"
+           "stamped with the local time it arrived, until --duration seconds have passed\n"
+           "or Ctrl-C (exit code 130; the file keeps every line written). Lines are\n"
+           "written as they arrive. 'radar-sim --replay FILE' plays the session back into\n"
+           "the window or into orv-cli watch. Nothing is sent, except the display-type\n"
+           "read of --baud auto."})
 {
-    return QStringLiteral("record the received bytes for radar-sim --replay");
-}
-
-QString RecordCommand::details() const
-{
-    return QStringLiteral(
-        "Writes every read from the port as one line in the diagnostic log's format,\n"
-        "  [2026-11-22 15:05:00.123] RecvData:FF EE DD 00 05 07 0A 1E F6 14 39 DD EE FF\n"
-        "stamped with the local time it arrived, until --duration seconds have passed\n"
-        "or Ctrl-C (exit code 130; the file keeps every line written). Lines are\n"
-        "written as they arrive. 'radar-sim --replay FILE' plays the session back into\n"
-        "the window or into orv-cli watch. Nothing is sent, except the display-type\n"
-        "read of --baud auto.");
 }
 
 void RecordCommand::addOptions(QCommandLineParser &parser)
 {
     parser.addOption({{"o", "output"}, "The file to write.", "FILE"});
-    parser.addOption({"duration", "Stop after S seconds.", "S"});
+    addDurationOption(parser, "Stop after S seconds.");
 }
 
 int RecordCommand::checkArguments(CliContext &context)
 {
     if (!context.parser.isSet("output") || context.parser.value("output").isEmpty())
         return context.usageError("-o FILE is required (the recording to write)");
-    if (context.parser.isSet("duration") &&
-        !parseDuration(context.parser.value("duration"), &durationMs))
-        return context.usageError(QString("--duration: \"%1\" is not a number of seconds (> 0)")
-                                      .arg(context.parser.value("duration")));
-    return noMoreArguments(context, 0);
+    return readDurationAndNoArguments(context, &durationMs);
 }
 
 int RecordCommand::runWith(CliContext &context, ModuleSession &session)
@@ -60,14 +52,12 @@ int RecordCommand::runWith(CliContext &context, ModuleSession &session)
     const bool closed = recorder.close(&why);
     if (writeFailed || !closed)
         return context.fail(ExitUsage, why.isEmpty() ? recorder.errorString() : why);
-    if (status == LinkStatus::Interrupted)
-        return ExitInterrupted;
-    if (status == LinkStatus::Lost)
-        return context.fail(ExitNoAnswer, QString("the port %1 went away after %2 byte(s) in %3 "
-                                                  "read(s); they are in the file")
-                                              .arg(session.portName())
-                                              .arg(bytes)
-                                              .arg(reads));
+    const int ended = linkEnd(
+        context, session.portName(), status,
+        QString(" after %1 byte(s) in %2 read(s); they are in the file").arg(bytes).arg(reads),
+        false);
+    if (ended != ExitDone)
+        return ended;
     if (reads == 0)
         return context.fail(
             ExitNoAnswer,

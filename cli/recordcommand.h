@@ -6,10 +6,7 @@
 class RecordCommand : public ModuleCommand
 {
 public:
-    QString name() const override { return QStringLiteral("record"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("-o FILE [--duration S]"); }
-    QString details() const override;
+    RecordCommand();
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

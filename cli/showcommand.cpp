@@ -7,26 +7,22 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-QString ShowCommand::summary() const
+ShowCommand::ShowCommand()
+    : ModuleCommand(
+          {"show", "show the display type and the three areas", "[--json]",
+           "Prints the port and baud rate, the display type and each area: its type and\n"
+           "corners in metres, or unset.\n"
+           "\n"
+           "--json prints one object: port, baud, display (as in an area file) and\n"
+           "displayValue (the module's number), and areas, each with number and type, and\n"
+           "when set also typeValue, from and to. It is not an area file (no format and\n"
+           "version, and fields an area file refuses): 'areas backup' writes one."})
 {
-    return QStringLiteral("show the display type and the three areas");
 }
 
 void ShowCommand::addOptions(QCommandLineParser &parser)
 {
     parser.addOption({"json", "Prints a JSON object instead (see above)."});
-}
-
-QString ShowCommand::details() const
-{
-    return QStringLiteral(
-        "Prints the port and baud rate, the display type and each area: its type and\n"
-        "corners in metres, or unset.\n"
-        "\n"
-        "--json prints one object: port, baud, display (as in an area file) and\n"
-        "displayValue (the module's number), and areas, each with number and type, and\n"
-        "when set also typeValue, from and to. It is not an area file (no format and\n"
-        "version, and fields an area file refuses): 'areas backup' writes one.");
 }
 
 int ShowCommand::runWith(CliContext &context, ModuleSession &session)

@@ -6,10 +6,7 @@
 class ShowCommand : public ModuleCommand
 {
 public:
-    QString name() const override { return QStringLiteral("show"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("[--json]"); }
-    QString details() const override;
+    ShowCommand();
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

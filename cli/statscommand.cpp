@@ -6,32 +6,26 @@
 
 #include <QElapsedTimer>
 
-QString StatsCommand::summary() const
+StatsCommand::StatsCommand()
+    : ModuleCommand(
+          {"stats", "link health: frames per second, bad sums, noise, silence",
+           "[--duration S] [--json]",
+           "Listens for --duration seconds (default 10) and prints the bytes and reads,\n"
+           "the frames per second by function code, the frames with a bad sum, the bytes\n"
+           "outside frames and the longest silence between two reads. Ctrl-C prints what\n"
+           "was measured so far (exit code 130). Exit code 4 when no frame arrived."})
 {
-    return QStringLiteral("link health: frames per second, bad sums, noise, silence");
-}
-
-QString StatsCommand::details() const
-{
-    return QStringLiteral(
-        "Listens for --duration seconds (default 10) and prints the bytes and reads,\n"
-        "the frames per second by function code, the frames with a bad sum, the bytes\n"
-        "outside frames and the longest silence between two reads. Ctrl-C prints what\n"
-        "was measured so far (exit code 130). Exit code 4 when no frame arrived.");
 }
 
 void StatsCommand::addOptions(QCommandLineParser &parser)
 {
-    parser.addOption({"duration", "Listen for S seconds (default 10).", "S", "10"});
+    addDurationOption(parser, "Listen for S seconds (default 10).", "10");
     parser.addOption({"json", "Prints a JSON object."});
 }
 
 int StatsCommand::checkArguments(CliContext &context)
 {
-    if (!parseDuration(context.parser.value("duration"), &durationMs))
-        return context.usageError(QString("--duration: \"%1\" is not a number of seconds (> 0)")
-                                      .arg(context.parser.value("duration")));
-    return noMoreArguments(context, 0);
+    return readDurationAndNoArguments(context, &durationMs);
 }
 
 int StatsCommand::runWith(CliContext &context, ModuleSession &session)
@@ -50,10 +44,9 @@ int StatsCommand::runWith(CliContext &context, ModuleSession &session)
         context.print(
             QString("port %1 at %2 baud\n").arg(session.portName()).arg(session.baudRate()) +
             stats.text());
-    if (status == LinkStatus::Interrupted)
-        return ExitInterrupted;
-    if (status == LinkStatus::Lost)
-        return context.fail(ExitNoAnswer, QString("the port %1 went away").arg(session.portName()));
+    const int ended = linkEnd(context, session.portName(), status, QString(), false);
+    if (ended != ExitDone)
+        return ended;
     if (stats.frames().frames == 0)
         return context.fail(ExitNoAnswer, "no frame arrived from the module");
     return ExitDone;

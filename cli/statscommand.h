@@ -6,10 +6,7 @@
 class StatsCommand : public ModuleCommand
 {
 public:
-    QString name() const override { return QStringLiteral("stats"); }
-    QString summary() const override;
-    QString synopsis() const override { return QStringLiteral("[--duration S] [--json]"); }
-    QString details() const override;
+    StatsCommand();
     void addOptions(QCommandLineParser &parser) override;
 
 protected:

@@ -7,44 +7,31 @@
 
 #include <cmath>
 
-bool parseDuration(const QString &text, qint64 *ms)
+WatchCommand::WatchCommand()
+    : ModuleCommand(
+          {"watch", "print every report: targets in metres and area occupancy",
+           "[--format text|csv|jsonl] [--duration S] [--count N]",
+           "Prints one line per report frame as it arrives: target reports (code 7) with\n"
+           "the targets in metres, and area reports (code 8) with the areas that hold a\n"
+           "target. Each line starts with the host time (ISO 8601, UTC, milliseconds).\n"
+           "Every frame on the line is decoded, none is skipped. Ends after --duration\n"
+           "seconds, after --count lines, or on Ctrl-C (exit code 130, output flushed);\n"
+           "exit code 4 when the port goes away or nothing at all arrived.\n"
+           "\n"
+           "  text   2026-11-22T15:05:00.123Z targets 2: (1.5, 3.0) (-1.0, 2.0)\n"
+           "         2026-11-22T15:05:00.125Z areas occupied: 1 3\n"
+           "  csv    time,kind,count,targets,area1,area2,area3   (header row)\n"
+           "         2026-11-22T15:05:00.123Z,targets,2,1.5 3.0;-1.0 2.0,,,\n"
+           "         2026-11-22T15:05:00.125Z,areas,,,1,0,1\n"
+           "  jsonl  {\"time\":\"...\",\"kind\":\"targets\",\"targets\":[[1.5,3.0],[-1.0,2.0]]}\n"
+           "         {\"time\":\"...\",\"kind\":\"areas\",\"occupied\":[true,false,true]}"})
 {
-    bool ok = false;
-    const double seconds = text.trimmed().toDouble(&ok);
-    if (!ok || !std::isfinite(seconds) || seconds <= 0.0 || seconds > 1e7)
-        return false;
-    *ms = qint64(std::llround(seconds * 1000.0));
-    return *ms > 0;
-}
-
-QString WatchCommand::summary() const
-{
-    return QStringLiteral("print every report: targets in metres and area occupancy");
-}
-
-QString WatchCommand::details() const
-{
-    return QStringLiteral(
-        "Prints one line per report frame as it arrives: target reports (code 7) with\n"
-        "the targets in metres, and area reports (code 8) with the areas that hold a\n"
-        "target. Each line starts with the host time (ISO 8601, UTC, milliseconds).\n"
-        "Every frame on the line is decoded, none is skipped. Ends after --duration\n"
-        "seconds, after --count lines, or on Ctrl-C (exit code 130, output flushed);\n"
-        "exit code 4 when the port goes away or nothing at all arrived.\n"
-        "\n"
-        "  text   2026-11-22T15:05:00.123Z targets 2: (1.5, 3.0) (-1.0, 2.0)\n"
-        "         2026-11-22T15:05:00.125Z areas occupied: 1 3\n"
-        "  csv    time,kind,count,targets,area1,area2,area3   (header row)\n"
-        "         2026-11-22T15:05:00.123Z,targets,2,1.5 3.0;-1.0 2.0,,,\n"
-        "         2026-11-22T15:05:00.125Z,areas,,,1,0,1\n"
-        "  jsonl  {\"time\":\"...\",\"kind\":\"targets\",\"targets\":[[1.5,3.0],[-1.0,2.0]]}\n"
-        "         {\"time\":\"...\",\"kind\":\"areas\",\"occupied\":[true,false,true]}");
 }
 
 void WatchCommand::addOptions(QCommandLineParser &parser)
 {
     parser.addOption({"format", "text (default), csv or jsonl.", "FORMAT", "text"});
-    parser.addOption({"duration", "Stop after S seconds.", "S"});
+    addDurationOption(parser, "Stop after S seconds.");
     parser.addOption({"count", "Stop after N lines.", "N"});
 }
 
@@ -53,10 +40,9 @@ int WatchCommand::checkArguments(CliContext &context)
     if (!ReportFormatter::parseFormat(context.parser.value("format"), &format))
         return context.usageError(QString("--format: \"%1\" is not text, csv or jsonl")
                                       .arg(context.parser.value("format")));
-    if (context.parser.isSet("duration") &&
-        !parseDuration(context.parser.value("duration"), &durationMs))
-        return context.usageError(QString("--duration: \"%1\" is not a number of seconds (> 0)")
-                                      .arg(context.parser.value("duration")));
+    const int duration = readDuration(context, &durationMs);
+    if (duration != ExitDone)
+        return duration;
     if (context.parser.isSet("count")) {
         bool ok = false;
         count = context.parser.value("count").toLongLong(&ok);
@@ -99,12 +85,10 @@ int WatchCommand::runWith(CliContext &context, ModuleSession &session)
         context.note(QString("%1 frame(s) with a bad sum dropped, %2 byte(s) outside frames")
                          .arg(s.badSums)
                          .arg(s.skippedBytes));
-    if (status == LinkStatus::Interrupted)
-        return ExitInterrupted;
-    if (status == LinkStatus::Lost)
-        return context.fail(
-            ExitNoAnswer,
-            QString("the port %1 went away after %2 line(s)").arg(session.portName()).arg(lines));
+    const int ended = linkEnd(context, session.portName(), status,
+                              QString(" after %1 line(s)").arg(lines), false);
+    if (ended != ExitDone)
+        return ended;
     if (s.frames == 0 && s.skippedBytes + s.badSums > 0)
         return context.fail(ExitNoAnswer,
                             QString("no frame arrived in %1 s, only bytes that form none (a "

@@ -7,13 +7,7 @@
 class WatchCommand : public ModuleCommand
 {
 public:
-    QString name() const override { return QStringLiteral("watch"); }
-    QString summary() const override;
-    QString synopsis() const override
-    {
-        return QStringLiteral("[--format text|csv|jsonl] [--duration S] [--count N]");
-    }
-    QString details() const override;
+    WatchCommand();
     void addOptions(QCommandLineParser &parser) override;
 
 protected:
@@ -25,6 +19,3 @@ private:
     qint64 durationMs = -1;
     qint64 count = -1;
 };
-
-// --duration S as milliseconds (seconds with decimals, > 0); false when wrong.
-bool parseDuration(const QString &text, qint64 *ms);

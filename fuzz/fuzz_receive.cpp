@@ -2,6 +2,7 @@
 // a length byte, low 6 bits, followed by that many bytes), goes through the
 // link's receive scan and frame decoder.
 
+#include "fuzz/fuzzreads.h"
 #include "radar/radercommunicate.h"
 #include "radar/radercommunicateaccess.h"
 
@@ -32,20 +33,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 {
     static RaderCommunicate *link = setUp();
 
-    std::size_t pos = 0;
-    while (pos < size) {
-        const std::size_t wanted = data[pos] & 0x3F;
-        ++pos;
-        const std::size_t n = wanted < size - pos ? wanted : size - pos;
-        link->ReceiveBytes(QByteArray(reinterpret_cast<const char *>(data + pos), int(n)));
-        pos += n;
+    forEachRead(data, size, [](const QByteArray &read) {
+        link->ReceiveBytes(read);
         // Only an unfinished frame (it starts with a header) may wait with
         // more than 128 bytes, and no length declares more than 32,648.
         const QByteArray pending = link->PendingBytes();
         const bool unfinished = pending.startsWith("\xFF\xEE\xDD");
         if ((pending.size() > 128 && !unfinished) || pending.size() > 32648)
             std::abort();
-    }
+    });
     // Every frame decoder also sees the whole input as one frame.
     link->ParseFrame(QByteArray(reinterpret_cast<const char *>(data), int(size)));
     link->CloseSerial(); // each input starts with an empty carry-over

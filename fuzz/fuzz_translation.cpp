@@ -3,8 +3,8 @@
 // numbers the tool uses are looked up, and the same bytes are read again
 // from a real file through load().
 
-#include "app/translationtable.h"
 #include "fuzz/fuzzwindow.h"
+#include "text/translationtable.h"
 
 #include <QBuffer>
 #include <QByteArray>

@@ -7,6 +7,7 @@
 // whole plot after every input took most of the time and never took
 // the partial path). The window is built once, offscreen.
 
+#include "fuzz/fuzzreads.h"
 #include "fuzz/fuzzwindow.h"
 
 #include "app/mainwindow.h"
@@ -62,14 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 {
     static Chain *chain = setUp();
 
-    std::size_t pos = 0;
-    while (pos < size) {
-        const std::size_t wanted = data[pos] & 0x3F;
-        ++pos;
-        const std::size_t n = wanted < size - pos ? wanted : size - pos;
-        chain->link->ReceiveBytes(QByteArray(reinterpret_cast<const char *>(data + pos), int(n)));
-        pos += n;
-    }
+    forEachRead(data, size, [](const QByteArray &read) { chain->link->ReceiveBytes(read); });
     fuzzwindow::paintUpdates(chain->window.get());
 
     // Back to a closed link with an empty plot for the next input (what the

@@ -10,29 +10,28 @@ Candidate classifyAt(ByteView data, int offset, int maxFrameSize, int &size)
     const int available = data.size() - offset;
     const char *p = data.data() + offset;
     // Header bytes that are there must match; missing ones may still come.
-    static const quint8 header[3] = {0xFF, 0xEE, 0xDD};
-    for (int k = 0; k < 3; ++k) {
+    for (int k = 0; k < kHeaderSize; ++k) {
         if (k >= available)
             return Candidate::Incomplete;
-        if (quint8(p[k]) != header[k])
+        if (quint8(p[k]) != kHeader[k])
             return Candidate::NotAFrame;
     }
-    if (available < 5)
+    if (available < kLengthOffset + 2)
         return Candidate::Incomplete;
-    const int length = (quint8(p[3]) << 8) | quint8(p[4]);
-    const int total = length + 9;
+    const int length = unsignedLength(ByteView(p, available));
+    const int total = length + kSizeBeyondLength;
     if (length < 1 || total > maxFrameSize)
         return Candidate::NotAFrame;
     if (available < total)
         return Candidate::Incomplete;
-    if (quint8(p[total - 3]) != 0xDD || quint8(p[total - 2]) != 0xEE ||
-        quint8(p[total - 1]) != 0xFF)
-        return Candidate::NotAFrame;
+    for (int k = 0; k < kTailSize; ++k)
+        if (quint8(p[total - kTailSize + k]) != kTail[k])
+            return Candidate::NotAFrame;
     quint8 sum = 0;
-    for (int k = 5; k < 5 + length; ++k)
+    for (int k = kCodeOffset; k < kCodeOffset + length; ++k)
         sum = quint8(sum + quint8(p[k]));
     size = total;
-    return sum == quint8(p[5 + length]) ? Candidate::Frame : Candidate::BadSum;
+    return sum == quint8(p[kCodeOffset + length]) ? Candidate::Frame : Candidate::BadSum;
 }
 
 } // namespace frameformat

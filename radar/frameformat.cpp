@@ -10,14 +10,6 @@ namespace
 
 const char kHexDigits[] = "0123456789ABCDEF";
 
-const quint8 kHeader[3] = {0xFF, 0xEE, 0xDD};
-const quint8 kTail[3] = {0xDD, 0xEE, 0xFF};
-
-// Offsets of the envelope fields.
-constexpr int kLengthOffset = 3;
-constexpr int kCodeOffset = 5;
-constexpr int kPayloadOffset = 6;
-
 } // namespace
 
 QByteArray buildFrame(quint8 code, const QByteArray &payload)
@@ -28,9 +20,9 @@ QByteArray buildFrame(quint8 code, const QByteArray &payload)
     out[0] = char(kHeader[0]);
     out[1] = char(kHeader[1]);
     out[2] = char(kHeader[2]);
-    out[3] = char(((n + 1) >> 8) & 0xFF);
-    out[4] = char((n + 1) & 0xFF);
-    out[5] = char(code);
+    out[kLengthOffset] = char(((n + 1) >> 8) & 0xFF);
+    out[kLengthOffset + 1] = char((n + 1) & 0xFF);
+    out[kCodeOffset] = char(code);
     quint8 sum = code;
     const char *in = payload.constData();
     for (int k = 0; k < n; ++k) {
@@ -66,7 +58,7 @@ QString hexDump(const QByteArray &bytes)
 
 int declaredFrameSize(ByteView data, int offset)
 {
-    return 256 * signedByteAt(data, offset + kLengthOffset) + 9 +
+    return 256 * signedByteAt(data, offset + kLengthOffset) + kSizeBeyondLength +
            signedByteAt(data, offset + kLengthOffset + 1);
 }
 

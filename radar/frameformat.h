@@ -31,6 +31,19 @@ enum FunctionCode : quint8 {
 namespace frameformat
 {
 
+// The envelope: its marks, the offsets of its fields and its sizes. Every
+// reader and writer of frames (decoders, the window's link, orv-cli's
+// session, radar-sim) takes them from here.
+inline constexpr quint8 kHeader[3] = {0xFF, 0xEE, 0xDD};
+inline constexpr quint8 kTail[3] = {0xDD, 0xEE, 0xFF};
+constexpr int kHeaderSize = 3;
+constexpr int kTailSize = 3;
+constexpr int kLengthOffset = 3;  // 2 bytes, big-endian, = payload + 1
+constexpr int kCodeOffset = 5;    // function code
+constexpr int kPayloadOffset = 6; // payload, then the sum, then the tail
+// A frame's size is its length field plus this (header, length, sum, tail).
+constexpr int kSizeBeyondLength = kLengthOffset + 2 + 1 + kTailSize;
+
 constexpr int kEnvelopeSize = 10;      // header + length + code + sum + tail
 constexpr int kMinResponseSize = 11;   // shortest frame the module sends
 constexpr int kReadAreaFrameSize = 40; // the module's code 6 response
@@ -79,7 +92,20 @@ inline bool hasHeaderAt(ByteView data, int offset)
     if (offset < 0 || offset > data.size() - 3)
         return false;
     const char *p = data.data() + offset;
-    return quint8(p[0]) == 0xFF && quint8(p[1]) == 0xEE && quint8(p[2]) == 0xDD;
+    return quint8(p[0]) == kHeader[0] && quint8(p[1]) == kHeader[1] && quint8(p[2]) == kHeader[2];
+}
+
+// Length field of the frame starting at offset, read as the module means it
+// (unsigned, big-endian). Missing bytes read 0.
+inline int unsignedLength(ByteView data, int offset = 0)
+{
+    return (byteAt(data, offset + kLengthOffset) << 8) | byteAt(data, offset + kLengthOffset + 1);
+}
+
+// Function code of a frame (0 when the frame is too short to hold one).
+inline quint8 codeOf(ByteView frame)
+{
+    return byteAt(frame, kCodeOffset);
 }
 // Size of the frame whose header starts at offset, from its length field read
 // with signed bytes: 256 * s(byte 3) + 9 + s(byte 4). Missing bytes read 0.

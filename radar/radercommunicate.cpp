@@ -215,8 +215,8 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
     if (size >= kMinResponseSize) {
         const char *bytes = data.constData();
         for (int i = 0; i < size; ++i) {
-            // Only a 0xFF can start a header: jump to the next one.
-            const void *candidate = std::memchr(bytes + i, 0xFF, size_t(size - i));
+            // Only the header's first byte can start one: jump to the next.
+            const void *candidate = std::memchr(bytes + i, kHeader[0], size_t(size - i));
             if (!candidate)
                 break;
             i = int(static_cast<const char *>(candidate) - bytes);
@@ -226,7 +226,7 @@ void RaderCommunicate::ReceiveBytes(const QByteArray &incoming)
 
             // Without its length field the frame is unfinished whatever it
             // declares; otherwise the length is read with signed bytes.
-            const bool lengthPresent = i + 5 <= size;
+            const bool lengthPresent = i + kLengthOffset + 2 <= size;
             const int msgLen = lengthPresent ? declaredFrameSize(data, i) : kEnvelopeSize;
             if (lengthPresent && msgLen < kEnvelopeSize) {
                 // A length low byte of 0x80 or more (or a negative length)

@@ -3,8 +3,8 @@
 #include "view/straightline.h"
 #include "view/truncation.h"
 
-#include "app/translationtable.h"
 #include "log/condlock.h"
+#include "text/translationtable.h"
 #include "view/xyaxis.h"
 
 #include <QColor>

@@ -17,74 +17,28 @@
 #include <QSettings>
 #include <QTest>
 
-#include <cerrno>
-#include <fcntl.h>
-#include <pty.h>
-#include <termios.h>
-#include <unistd.h>
-
 namespace mw
 {
 
 // ---- pseudo-terminal -------------------------------------------------------
 
-PtyModule::PtyModule()
-{
-    char name[256] = {};
-    if (openpty(&master, &slave, name, nullptr, nullptr) != 0) {
-        master = slave = -1;
-        return;
-    }
-    termios raw{};
-    tcgetattr(master, &raw);
-    cfmakeraw(&raw);
-    tcsetattr(master, TCSANOW, &raw);
-    fcntl(master, F_SETFL, fcntl(master, F_GETFL) | O_NONBLOCK);
-    path = QString::fromLocal8Bit(name);
-}
-
-PtyModule::~PtyModule()
-{
-    closeMaster();
-    if (slave >= 0)
-        ::close(slave);
-}
+PtyModule::PtyModule() : pty(true) {}
 
 QString PtyModule::portName() const
 {
+    const QString path = pty.path();
     return path.startsWith("/dev/") ? path.mid(5) : path;
 }
 
 void PtyModule::send(const QByteArray &bytes)
 {
-    const char *p = bytes.constData();
-    qsizetype left = bytes.size();
-    QElapsedTimer clock;
-    clock.start();
-    while (left > 0 && master >= 0 && clock.elapsed() < 3000) {
-        const ssize_t n = ::write(master, p, size_t(left));
-        if (n > 0) {
-            p += n;
-            left -= n;
-        } else if (n < 0 && errno != EAGAIN && errno != EINTR) {
-            break;
-        } else {
-            QTest::qWait(2);
-        }
-    }
+    // The window reads in this thread: let it run while the line is full.
+    pty.write(bytes, 3000, [] { QTest::qWait(2); });
 }
 
 void PtyModule::readAvailable()
 {
-    if (master < 0)
-        return;
-    char buffer[4096];
-    for (;;) {
-        const ssize_t n = ::read(master, buffer, sizeof buffer);
-        if (n <= 0)
-            break;
-        received.append(buffer, int(n));
-    }
+    pty.drain(received);
 }
 
 QByteArray PtyModule::collect(int ms)
@@ -118,14 +72,6 @@ QList<QByteArray> PtyModule::waitForFrames(int count, int timeoutMs)
 void PtyModule::drain(int ms)
 {
     collect(ms);
-}
-
-void PtyModule::closeMaster()
-{
-    if (master >= 0) {
-        ::close(master);
-        master = -1;
-    }
 }
 
 QList<QByteArray> takeFrames(QByteArray &buffer)

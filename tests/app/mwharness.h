@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "app/mainwindow.h"
+#include "tests/support/ptymaster.h"
 #include "view/xyview.h"
 class QWidget;
 
@@ -27,12 +28,9 @@ class PtyModule
 {
 public:
     PtyModule();
-    ~PtyModule();
-    PtyModule(const PtyModule &) = delete;
-    PtyModule &operator=(const PtyModule &) = delete;
 
-    bool isOpen() const { return master >= 0; }
-    QString slavePath() const { return path; }
+    bool isOpen() const { return pty.isOpen(); }
+    QString slavePath() const { return pty.path(); }
     // The name the port list shows for it ("pts/N").
     QString portName() const;
 
@@ -44,14 +42,12 @@ public:
     QList<QByteArray> waitForFrames(int count, int timeoutMs = 3000);
     // Drops whatever is queued.
     void drain(int ms = 50);
-    void closeMaster();
+    void closeMaster() { pty.closeMaster(); }
 
 private:
     void readAvailable();
 
-    int master = -1;
-    int slave = -1;
-    QString path;
+    PtyMaster pty; // holds the slave open too: no hang-up between the tool's opens
     QByteArray received;
 };
 

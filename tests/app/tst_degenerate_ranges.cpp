@@ -10,7 +10,7 @@
 #include "mwharness.h"
 
 #include "app/mainwindow.h"
-#include "app/translationtable.h"
+#include "text/translationtable.h"
 #include "view/xyaxis.h"
 #include "view/xyview.h"
 

@@ -3,7 +3,8 @@
 
 #include "radar/framedecoder.h"
 #include "radar/frameformat.h"
-#include "tests/tools/simpeer.h"
+#include "tests/support/ptymaster.h"
+#include "tests/support/simpeer.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -15,7 +16,6 @@
 #include <QtTest>
 
 #include <csignal>
-#include <pty.h>
 
 // Time limits are stretched under the sanitizers, which slow both programs.
 #if defined(__SANITIZE_ADDRESS__)
@@ -80,28 +80,6 @@ QString describe(const CliResult &r)
 
 #define CHECK_EXIT(result, expected)                                                               \
     QVERIFY2((result).code == (expected), qPrintable(describe(result)))
-
-// A pseudo-terminal with nobody on the other side: a module that says nothing.
-class SilentLine
-{
-public:
-    SilentLine()
-    {
-        char name[256] = {0};
-        int slave = -1;
-        if (::openpty(&master, &slave, name, nullptr, nullptr) == 0) {
-            ::close(slave);
-            path = QString::fromLocal8Bit(name);
-        }
-    }
-    ~SilentLine()
-    {
-        if (master >= 0)
-            ::close(master);
-    }
-    int master = -1;
-    QString path;
-};
 
 // One report as the test reads it from raw bytes: kind and content.
 QString reportText(const QByteArray &frame)
@@ -302,9 +280,9 @@ void TestCliSim::probeFindsTheRate()
 
 void TestCliSim::probeOnASilentLine()
 {
-    SilentLine line;
-    QVERIFY(!line.path.isEmpty());
-    const CliResult r = runCli({"probe", "--port", line.path});
+    PtyMaster line; // nobody on the other side: a module that says nothing
+    QVERIFY(!line.path().isEmpty());
+    const CliResult r = runCli({"probe", "--port", line.path()});
     CHECK_EXIT(r, 4);
     QVERIFY(r.out.isEmpty());
     QVERIFY2(r.err.contains("9600, 115200, 256000, 2400, 4800, 19200, 38400, 43000, 56000, 57600, "
@@ -313,11 +291,7 @@ void TestCliSim::probeOnASilentLine()
     QVERIFY2(r.ms < 6000 * kSlowdown, qPrintable(describe(r)));
     // What it sent there: only display-type reads.
     QByteArray sent;
-    char buffer[4096];
-    ssize_t n = 0;
-    ::fcntl(line.master, F_SETFL, ::fcntl(line.master, F_GETFL) | O_NONBLOCK);
-    while ((n = ::read(line.master, buffer, sizeof buffer)) > 0)
-        sent.append(buffer, int(n));
+    line.drain(sent);
     FrameDecoder decoder;
     const QList<QByteArray> frames = decoder.feed(sent);
     QCOMPARE(frames.size(), 13);
@@ -365,13 +339,13 @@ void TestCliSim::permissionDenied()
 
 void TestCliSim::noAnswer()
 {
-    SilentLine line;
-    CliResult r = runCli({"show", "--port", line.path, "--baud", "115200"});
+    PtyMaster line; // nobody on the other side: a module that says nothing
+    CliResult r = runCli({"show", "--port", line.path(), "--baud", "115200"});
     CHECK_EXIT(r, 4);
     QVERIFY2(r.err.contains("no answer from the module") && r.err.contains("115200 baud") &&
                  r.err.contains("asked 3 times"),
              qPrintable(r.err));
-    r = runCli({"watch", "--port", line.path, "--baud", "9600", "--duration", "0.5"});
+    r = runCli({"watch", "--port", line.path(), "--baud", "9600", "--duration", "0.5"});
     CHECK_EXIT(r, 4);
     QVERIFY2(r.err.contains("nothing arrived"), qPrintable(r.err));
 }

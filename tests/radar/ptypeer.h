@@ -1,7 +1,8 @@
 #pragma once
 
-// Test helper: the module's end of a pseudo-terminal pair. The test holds the
-// master side; the link's QSerialPort opens the slave by its name.
+// Test helper: the module's end of a pseudo-terminal pair (tests/support's
+// PtyMaster) with a read that runs the event loop; the link's QSerialPort
+// opens the slave by its name.
 
 #include <QByteArray>
 #include <QCoreApplication>
@@ -11,44 +12,31 @@
 #include <QTest>
 #include <QThread>
 
-#include <fcntl.h>
-#include <pty.h>
-#include <termios.h>
-#include <unistd.h>
+#include <memory>
+
+#include "tests/support/ptymaster.h"
 
 class PtyPeer
 {
 public:
-    ~PtyPeer() { closeMaster(); }
-
     // A raw, non-blocking master; false when no pseudo-terminal could be had.
     bool open()
     {
-        char name[256] = {};
-        int slaveFd = -1;
-        if (::openpty(&master, &slaveFd, name, nullptr, nullptr) != 0)
-            return false;
-        termios tio{};
-        ::tcgetattr(master, &tio);
-        ::cfmakeraw(&tio);
-        ::tcsetattr(master, TCSANOW, &tio);
-        ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK);
-        ::close(slaveFd); // the link opens the slave by name
-        slave = QString::fromLocal8Bit(name);
-        return true;
+        pty = std::make_unique<PtyMaster>();
+        master = pty->fd();
+        slave = pty->path();
+        return pty->isOpen();
     }
 
     void closeMaster()
     {
-        if (master >= 0)
-            ::close(master);
+        if (pty)
+            pty->closeMaster();
         master = -1;
     }
 
-    bool write(const QByteArray &bytes)
-    {
-        return ::write(master, bytes.constData(), size_t(bytes.size())) == bytes.size();
-    }
+    // What fits in the line now; false when not all of it did.
+    bool write(const QByteArray &bytes) { return pty && pty->write(bytes, 0); }
 
     // Reads what the link wrote, running the event loop (the port writes
     // from its notifier) until `expected` bytes came or the time is up;
@@ -76,12 +64,9 @@ public:
 private:
     void drain(QByteArray &got)
     {
-        char buf[512];
-        for (;;) {
-            const ssize_t n = ::read(master, buf, sizeof buf);
-            if (n <= 0)
-                break;
-            got.append(buf, int(n));
-        }
+        if (pty)
+            pty->drain(got);
     }
+
+    std::unique_ptr<PtyMaster> pty;
 };

@@ -2,11 +2,11 @@
 // with people standing at known points (golden figures and pixels), exit
 // codes for bad command lines and files, folders, progress.
 
-#include "cli/pictureareas.h"
-#include "cli/sessionpicture.h"
 #include "radar/framedecoder.h"
+#include "render/pictureareas.h"
+#include "render/sessionpicture.h"
 #include "tests/session/sessionlog.h"
-#include "tests/tools/simpeer.h"
+#include "tests/support/simpeer.h"
 
 #include <QFile>
 #include <QJsonArray>

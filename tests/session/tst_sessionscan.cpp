@@ -3,7 +3,7 @@
 // window, and how LOG arguments expand.
 
 #include "cli/interrupt.h"
-#include "cli/sessionscan.h"
+#include "session/sessionscan.h"
 #include "tests/session/sessionlog.h"
 
 #include <QFile>

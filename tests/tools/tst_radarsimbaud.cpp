@@ -6,14 +6,13 @@
 // more. The tool's side is a real QSerialPort on the real pseudo-terminal.
 
 #include "radar/frameformat.h"
-#include "tests/tools/simpeer.h"
+#include "tests/support/ptymaster.h"
+#include "tests/support/simpeer.h"
 #include "tools/radar-sim/baudline.h"
 #include "tools/radar-sim/ptyport.h"
 
 #include <QSerialPort>
 #include <QtTest>
-
-#include <pty.h>
 
 namespace
 {
@@ -439,30 +438,20 @@ void TestRadarSimBaud::realPortHasNothingToPlay()
 {
     // A pseudo-terminal of the test's own stands in for a real port: radar-sim
     // opens it with --port at 4800 and talks to whatever is on the other end.
-    int master = -1;
-    int slave = -1;
-    char name[256] = {0};
-    QCOMPARE(::openpty(&master, &slave, name, nullptr, nullptr), 0);
-    ::close(slave);
+    PtyMaster line;
+    QVERIFY(line.isOpen());
     SimProcess sim;
-    const QString printed =
-        sim.start({"--port", QString::fromLocal8Bit(name), "--baud", "4800", "--rate", "0"});
-    QCOMPARE(printed, QString::fromLocal8Bit(name).mid(5)); // Qt's name for the port
-    const QByteArray ask = request(ReadArea);
-    QCOMPARE(::write(master, ask.constData(), size_t(ask.size())), ssize_t(ask.size()));
+    const QString printed = sim.start({"--port", line.path(), "--baud", "4800", "--rate", "0"});
+    QCOMPARE(printed, line.path().mid(5)); // Qt's name for the port
+    QVERIFY(line.write(request(ReadArea)));
     QByteArray got;
     QElapsedTimer t;
     t.start();
     while (got.size() < 40 && t.elapsed() < 3000) {
-        pollfd p{master, POLLIN, 0};
-        if (::poll(&p, 1, 50) > 0) {
-            char buffer[256];
-            const ssize_t n = ::read(master, buffer, sizeof buffer);
-            if (n > 0)
-                got.append(buffer, int(n));
-        }
+        if (line.waitReadable(50))
+            line.drain(got);
     }
-    ::close(master);
+    line.closeMaster();
     const QList<SeenFrame> frames = cutFrames(got);
     QCOMPARE(frames.size(), 1);
     QCOMPARE(int(quint8(frames.first().frame.at(5))), int(ReadArea));

@@ -3,7 +3,7 @@
 // tool's receive scan with and without faults.
 
 #include "radar/radercommunicate.h"
-#include "tests/tools/simpeer.h"
+#include "tests/support/simpeer.h"
 
 #include <QDir>
 #include <QSignalSpy>

@@ -2,7 +2,7 @@
 // on its pseudo-terminal, seen from the tool's side of the line.
 
 #include "radar/frameformat.h"
-#include "tests/tools/simpeer.h"
+#include "tests/support/simpeer.h"
 
 #include <QFile>
 #include <QTemporaryDir>

@@ -1,7 +1,7 @@
 // Plot view: geometry, value/pixel conversion, the painted grid, legend,
 // areas, targets and crosshair (checked on pixels of an offscreen render),
 // and the mouse, wheel and update behaviour.
-#include "app/translationtable.h"
+#include "text/translationtable.h"
 #include "view/xyaxis.h"
 #include "view/xyview.h"
 

@@ -1,5 +1,6 @@
 // radar-sim: plays the radar module on a pseudo-terminal or a serial port.
 
+#include "tools/radar-sim/portlink.h"
 #include "tools/radar-sim/ptyport.h"
 #include "tools/radar-sim/replaylog.h"
 #include "tools/radar-sim/serialdeviceport.h"
@@ -57,6 +58,18 @@ int main(int argc, char *argv[])
     SimRunner runner(options, std::move(port));
     runner.setReplay(replay);
     if (!runner.start(&error)) {
+        std::fprintf(stderr, "radar-sim: %s\n", qPrintable(error));
+        return 1;
+    }
+    // Removed when main() returns, however the run ended (SIGINT, SIGTERM,
+    // --disconnect-after, the port lost).
+    // The link leads to the device itself: a pseudo-terminal's path, or the
+    // --port device (given as a path or by its name under /dev).
+    QString device = runner.simPort()->name();
+    if (!options.port.isEmpty())
+        device = options.port.startsWith('/') ? options.port : "/dev/" + options.port;
+    PortLink link;
+    if (!options.link.isEmpty() && !link.create(options.link, device, &error)) {
         std::fprintf(stderr, "radar-sim: %s\n", qPrintable(error));
         return 1;
     }

@@ -4,15 +4,7 @@
 
 #include <algorithm>
 
-namespace
-{
-
-quint8 u8(const QByteArray &data, int offset)
-{
-    return offset >= 0 && offset < data.size() ? quint8(data.at(offset)) : 0;
-}
-
-} // namespace
+using frameformat::byteAt;
 
 RadarSimulator::RadarSimulator(int baudRate)
     : currentBaudRate(baudRate), decoder(kMaxRequestLength + frameformat::kEnvelopeSize - 1)
@@ -69,9 +61,9 @@ QByteArray RadarSimulator::resultFrame(quint8 code, const QByteArray &payload) c
 RadarSimulator::Reply RadarSimulator::handleRequest(const QByteArray &frame)
 {
     Reply reply;
-    const int length = (u8(frame, 3) << 8) | u8(frame, 4);
-    const QByteArray payload = frame.mid(6, std::max(0, length - 1));
-    reply.code = u8(frame, 5);
+    const int length = frameformat::unsignedLength(frame);
+    const QByteArray payload = frame.mid(frameformat::kPayloadOffset, std::max(0, length - 1));
+    reply.code = frameformat::codeOf(frame);
     const QString request = QString("request %1 (%2) %3")
                                 .arg(reply.code)
                                 .arg(codeName(reply.code))
@@ -80,9 +72,9 @@ RadarSimulator::Reply RadarSimulator::handleRequest(const QByteArray &frame)
 
     switch (reply.code) {
     case SetBaudrate: {
-        const int rate = payload.size() == 3
-                             ? (u8(payload, 0) << 16) | (u8(payload, 1) << 8) | u8(payload, 2)
-                             : 0;
+        const int rate = payload.size() == 3 ? (byteAt(payload, 0) << 16) |
+                                                   (byteAt(payload, 1) << 8) | byteAt(payload, 2)
+                                             : 0;
         const bool ok = !answerBaudNg && rate > 0;
         reply.frames.append(resultFrame(SetBaudrate, QByteArray(1, char(ok ? kOk : kNg))));
         if (ok)
@@ -91,7 +83,7 @@ RadarSimulator::Reply RadarSimulator::handleRequest(const QByteArray &frame)
         break;
     }
     case SetTargetShowType: {
-        const int type = payload.isEmpty() ? 0 : u8(payload, 0);
+        const int type = payload.isEmpty() ? 0 : byteAt(payload, 0);
         const bool ok = type >= 1 && type <= 3;
         if (ok)
             currentShowType = type;
@@ -105,8 +97,8 @@ RadarSimulator::Reply RadarSimulator::handleRequest(const QByteArray &frame)
         outcome = QString("show type is %1").arg(currentShowType);
         break;
     case SetArea: {
-        const int number = qint8(u8(payload, 0));
-        const int type = qint8(u8(payload, 9));
+        const int number = qint8(byteAt(payload, 0));
+        const int type = qint8(byteAt(payload, 9));
         const bool ok =
             payload.size() >= 10 && number >= 1 && number <= kAreaCount && (type == 0 || type == 1);
         if (ok) {
@@ -114,7 +106,7 @@ RadarSimulator::Reply RadarSimulator::handleRequest(const QByteArray &frame)
             a.defined = true;
             a.type = quint8(type);
             for (int k = 0; k < 8; ++k)
-                a.corners[size_t(k)] = qint8(u8(payload, 1 + k));
+                a.corners[size_t(k)] = qint8(byteAt(payload, 1 + k));
         }
         QByteArray answer;
         answer.append(char(quint8(number)));
@@ -125,7 +117,7 @@ RadarSimulator::Reply RadarSimulator::handleRequest(const QByteArray &frame)
         break;
     }
     case RepealArea: {
-        const int number = qint8(u8(payload, 0));
+        const int number = qint8(byteAt(payload, 0));
         const bool ok = !payload.isEmpty() && number >= 1 && number <= kAreaCount;
         if (ok)
             areas[size_t(number - 1)] = Area();

@@ -280,7 +280,7 @@ void SimRunner::enqueueFrame(const QByteArray &frame, int baudAfter)
     for (int k = 0; k < chunks.size(); ++k) {
         const bool last = k == chunks.size() - 1;
         queue.push_back({chunks.at(k).bytes, chunks.at(k).pauseAfterMs, last ? baudAfter : 0,
-                         last ? int(quint8(frame.at(5))) : -1});
+                         last ? int(frameformat::codeOf(frame)) : -1});
     }
     pump();
 }

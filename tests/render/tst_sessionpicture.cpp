@@ -2,8 +2,8 @@
 // positions (heat colour, area colour, a trail, the module), and the same
 // session as SVG.
 
-#include "cli/pictureareas.h"
-#include "cli/sessionpicture.h"
+#include "render/pictureareas.h"
+#include "render/sessionpicture.h"
 #include "tests/session/sessionlog.h"
 
 #include <QFile>

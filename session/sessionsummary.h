@@ -2,7 +2,7 @@
 
 // The figures of a session (SessionFigures) as text for people or as JSON.
 
-#include "cli/sessionscan.h"
+#include "session/sessionscan.h"
 
 #include <QJsonObject>
 #include <QString>

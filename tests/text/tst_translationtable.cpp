@@ -1,6 +1,6 @@
 // Translation table: the line format read byte by byte, the choice of file by
 // language index, lookups, and the two shipped language files.
-#include "app/translationtable.h"
+#include "text/translationtable.h"
 
 #include <QBuffer>
 #include <QDir>

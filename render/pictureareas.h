@@ -3,8 +3,8 @@
 // Areas for the picture from an area file (--areas site.json) or from the
 // module's read-area answer in the log.
 
-#include "cli/sessionpicture.h"
-#include "cli/sessionscan.h"
+#include "render/sessionpicture.h"
+#include "session/sessionscan.h"
 
 #include <QString>
 #include <QVector>

@@ -1,7 +1,8 @@
+#include "session/sessioncommands.h"
+
 #include "cli/exitcode.h"
 #include "cli/interrupt.h"
-#include "cli/sessioncommands.h"
-#include "cli/sessionsummary.h"
+#include "session/sessionsummary.h"
 
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -70,14 +71,10 @@ int readSession(CliContext &context, SessionScan &scan)
     return ExitDone;
 }
 
-QString SummaryCommand::summary() const
+SummaryCommand::SummaryCommand()
+    : CliCommand({"summary", "figures of a session from diagnostic logs or recordings",
+                  "[--json] [--from T] [--to T] [--quiet] LOG..."})
 {
-    return QStringLiteral("figures of a session from diagnostic logs or recordings");
-}
-
-QString SummaryCommand::synopsis() const
-{
-    return QStringLiteral("[--json] [--from T] [--to T] [--quiet] LOG...");
 }
 
 QString SummaryCommand::details() const
@@ -101,11 +98,10 @@ QString SummaryCommand::details() const
 
 QString SummaryCommand::exitCodes() const
 {
-    return QStringLiteral(
-        "Exit codes:\n"
-        "  0    done\n"
-        "  2    bad command line, or a file or folder that cannot be read\n"
-        "  130  interrupted (Ctrl-C or SIGTERM) while reading; nothing is printed\n");
+    return exitCodeTable(
+        {{ExitDone, "done"},
+         {ExitUsage, "bad command line, or a file or folder that cannot be read"},
+         {ExitInterrupted, "interrupted (Ctrl-C or SIGTERM) while reading; nothing is printed"}});
 }
 
 void SummaryCommand::addOptions(QCommandLineParser &parser)

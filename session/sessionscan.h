@@ -10,10 +10,10 @@
 // stamp until the next report of its kind, but at most kHoldMs, so a pause in
 // the log adds no presence. The last report holds as long as the one before.
 
-#include "cli/heatmap.h"
-#include "cli/trailstore.h"
 #include "log/loglinereader.h"
 #include "radar/framedecoder.h"
+#include "session/heatmap.h"
+#include "session/trailstore.h"
 
 #include <QString>
 #include <QStringList>

@@ -1,4 +1,4 @@
-#include "cli/pictureareas.h"
+#include "render/pictureareas.h"
 
 #include "cli/areafile.h"
 

@@ -1,4 +1,4 @@
-#include "app/translationtable.h"
+#include "text/translationtable.h"
 
 #include <QByteArray>
 #include <QFile>

@@ -1,9 +1,10 @@
+#include "render/rendercommand.h"
+
 #include "cli/cliapp.h"
 #include "cli/exitcode.h"
 #include "cli/interrupt.h"
-#include "cli/pictureareas.h"
-#include "cli/sessioncommands.h"
-#include "cli/sessionpicture.h"
+#include "render/pictureareas.h"
+#include "render/sessionpicture.h"
 
 #include <QGuiApplication>
 #include <QRegularExpression>
@@ -42,9 +43,9 @@ bool parseNumbers(const QString &text, const QString &separator, int count, QVec
 
 } // namespace
 
-QString RenderCommand::summary() const
+RenderCommand::RenderCommand()
+    : CliCommand({"render", "a picture of a session: heat map, trails, areas, caption"})
 {
-    return QStringLiteral("a picture of a session: heat map, trails, areas, caption");
 }
 
 QString RenderCommand::synopsis() const
@@ -78,12 +79,11 @@ QString RenderCommand::details() const
 
 QString RenderCommand::exitCodes() const
 {
-    return QStringLiteral(
-        "Exit codes:\n"
-        "  0    done\n"
-        "  2    bad command line, a file or folder that cannot be read, a bad area file,\n"
-        "       or a picture that cannot be written\n"
-        "  130  interrupted (Ctrl-C or SIGTERM); no picture is written, an old one stays\n");
+    return exitCodeTable({{ExitDone, "done"},
+                          {ExitUsage, "bad command line, a file or folder that cannot be read, a "
+                                      "bad area file,\nor a picture that cannot be written"},
+                          {ExitInterrupted, "interrupted (Ctrl-C or SIGTERM); no picture is "
+                                            "written, an old one stays"}});
 }
 
 void RenderCommand::addOptions(QCommandLineParser &parser)

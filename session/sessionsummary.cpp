@@ -1,4 +1,4 @@
-#include "cli/sessionsummary.h"
+#include "session/sessionsummary.h"
 
 #include <QJsonArray>
 

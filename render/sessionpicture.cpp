@@ -1,4 +1,4 @@
-#include "cli/sessionpicture.h"
+#include "render/sessionpicture.h"
 
 #include "cli/interrupt.h"
 
@@ -340,19 +340,18 @@ bool savePicture(const SessionPicture &picture, const QString &path, bool svg, Q
         *error = QString("cannot write %1: %2").arg(path, file.errorString());
         return false;
     }
+    RenderCanvas canvas;
+    picture.draw(canvas);
     bool written;
     if (svg) {
-        SvgCanvas canvas(picture.size().width(), picture.size().height());
-        picture.draw(canvas);
-        const QByteArray doc = canvas.document();
+        const QByteArray doc = canvas.svg(picture.size().width(), picture.size().height());
         written = file.write(doc) == doc.size();
     } else {
         QImage img(picture.size(), QImage::Format_ARGB32_Premultiplied);
         img.fill(Qt::white);
         {
             QPainter painter(&img);
-            PainterCanvas canvas(&painter);
-            picture.draw(canvas);
+            canvas.paint(&painter);
         }
         written = img.save(&file, "PNG");
     }

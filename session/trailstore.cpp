@@ -1,4 +1,4 @@
-#include "cli/trailstore.h"
+#include "session/trailstore.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "cli/heatmap.h"
+#include "session/heatmap.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "cli/sessionscan.h"
+#include "session/sessionscan.h"
 
 #include "cli/interrupt.h"
 

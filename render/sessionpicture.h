@@ -6,10 +6,10 @@
 // legend in seconds and a caption. Drawn on a RenderCanvas, so PNG and SVG
 // come out alike.
 
-#include "cli/heatmap.h"
-#include "cli/rendercanvas.h"
-#include "cli/sessionscan.h"
-#include "cli/trailstore.h"
+#include "render/rendercanvas.h"
+#include "session/heatmap.h"
+#include "session/sessionscan.h"
+#include "session/trailstore.h"
 
 #include <QColor>
 #include <QRectF>
