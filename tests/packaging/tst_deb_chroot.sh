@@ -242,7 +242,7 @@ export DISPLAY=":$display"
 tries=0
 until xdotool getdisplaygeometry >/dev/null 2>&1; do
     tries=$((tries + 1))
-    [ "$tries" -lt 50 ] || {
+    [ "$tries" -lt 300 ] || {
         echo "FAIL Xvfb did not start"
         exit 1
     }
@@ -260,7 +260,7 @@ as_tester /usr/bin/radar-sim --verbose --fixed -3,2 --fixed 0,4 --fixed 3,6 \
 tries=0
 until [ -s "$tmp/sim.out" ]; do
     tries=$((tries + 1))
-    [ "$tries" -lt 100 ] || {
+    [ "$tries" -lt 300 ] || {
         cat "$tmp/sim.err"
         echo "FAIL radar-sim printed no port"
         exit 1
@@ -281,9 +281,19 @@ start_tool() { # log-name
         echo "FAIL the window did not appear"
         exit 1
     }
-    sleep 1.5
     eval "$(xdotool getwindowgeometry --shell "$window")"
     geometry="$X $Y $WIDTH $HEIGHT"
+    # First paint: the settings column with the open button is on the screen.
+    tries=0
+    # shellcheck disable=SC2086 # four numbers
+    until "$probe" open-button "$(shot "$1-paint")" $geometry >/dev/null 2>&1; do
+        tries=$((tries + 1))
+        [ "$tries" -lt 100 ] || {
+            echo "FAIL the window was not painted"
+            exit 1
+        }
+        sleep 0.2
+    done
 }
 close_tool() { # -> status in $tool_status
     "$probe" close "$DISPLAY" "$window"
@@ -299,10 +309,21 @@ ink_en="$("$probe" button-ink "$(shot first)" $geometry)"
 check "open button has its English caption" yes "$([ "$ink_en" -gt 40 ] && echo yes || echo no)"
 # shellcheck disable=SC2086,SC2046 # four numbers in, two out
 xdotool mousemove $("$probe" open-button "$tmp/first.png" $geometry) click 1
-sleep 3
+# The people, as soon as they are painted (or after 30 s).
+tries=0
+# shellcheck disable=SC2086
+until [ "$("$probe" discs "$(shot first-open)" $geometry)" = 3 ] || [ "$tries" -ge 150 ]; do
+    tries=$((tries + 1))
+    sleep 0.2
+done
 # shellcheck disable=SC2086
 check "the three people on the plane" 3 "$("$probe" discs "$(shot first-open)" $geometry)"
-sleep 6 # the log reaches its file about 5 s later
+# The log reaches its file about 5 s later: wait for it (at most 60 s).
+tries=0
+until grep -qs 'RecvData:FF EE DD' "$root$wd"/log/*/logfile_0.txt || [ "$tries" -ge 300 ]; do
+    tries=$((tries + 1))
+    sleep 0.2
+done
 close_tool
 check "exit status after closing the window" 0 "$tool_status"
 
