@@ -254,8 +254,8 @@ void TestSerial::frameInRandomChunks()
         pos += n;
         QTest::qWait(int(random() % 4));
     }
-    QTRY_COMPARE_WITH_TIMEOUT(readArea.count(), 15, 3000);
-    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 5, 3000);
+    QTRY_COMPARE_WITH_TIMEOUT(readArea.count(), 15, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 5, 10000);
     QCOMPARE(commError.count(), 0);
     for (const QList<QVariant> &args : targets) {
         const QList<QPointF> list = qvariant_cast<QList<QPointF>>(args.at(0));
@@ -274,7 +274,7 @@ void TestSerial::reopenDropsUnfinishedFrame()
 
     const QByteArray frame = hex(kReadArea);
     QVERIFY(pty.write(frame.left(20)));
-    QTRY_COMPARE_WITH_TIMEOUT(link->PendingBytes().size(), 20, 2000);
+    QTRY_COMPARE_WITH_TIMEOUT(link->PendingBytes().size(), 20, 10000);
 
     QVERIFY(link->OpenSerial(pty.slave, 115200)); // open while open
     QVERIFY(link->bOpen);
@@ -286,7 +286,7 @@ void TestSerial::reopenDropsUnfinishedFrame()
 
     // The link still works: a whole frame now decodes (after the stale bytes).
     QVERIFY(pty.write(frame + hex("00")));
-    QTRY_COMPARE_WITH_TIMEOUT(readArea.count(), 3, 2000);
+    QTRY_COMPARE_WITH_TIMEOUT(readArea.count(), 3, 10000);
 }
 
 void TestSerial::failedOpenLeavesConnectionsThatDouble()
@@ -301,7 +301,7 @@ void TestSerial::failedOpenLeavesConnectionsThatDouble()
     QSignalSpy targets(link, &RaderCommunicate::signal_TargetResp);
     LinkRecorder recorder(link);
     QVERIFY(pty.write(hex(kTargets) + hex("00")));
-    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 1, 2000);
+    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 1, 10000);
     QTest::qWait(100);
     QCOMPARE(targets.count(), 1);
     QCOMPARE(recorder.logOnly().filter("L:RecvData:").size(), 2);
@@ -312,7 +312,7 @@ void TestSerial::failedOpenLeavesConnectionsThatDouble()
     QVERIFY(link->OpenSerial(pty.slave, 115200));
     recorder.events.clear();
     QVERIFY(pty.write(hex(kTargets) + hex("00")));
-    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 2, 2000);
+    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 2, 10000);
     QTest::qWait(100);
     QCOMPARE(recorder.logOnly().filter("L:RecvData:").size(), 1);
 }
@@ -371,10 +371,10 @@ void TestSerial::portLostMidSession()
 
     // The session works, then the module's end goes away.
     QVERIFY(pty.write(hex(kTargets) + hex("00")));
-    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 1, 2000);
+    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 1, 10000);
     pty.closeMaster();
 
-    QTRY_COMPARE_WITH_TIMEOUT(disconnected.count(), 1, 3000);
+    QTRY_COMPARE_WITH_TIMEOUT(disconnected.count(), 1, 10000);
     QVERIFY(link->bOpen); // formally open until the receiver closes it
 
     // Nothing spins afterwards: few error signals, little CPU time.
@@ -408,10 +408,10 @@ void TestSerial::portLostMidSession()
     QVERIFY(second.open());
     QVERIFY(link->OpenSerial(second.slave, 115200));
     QVERIFY(second.write(hex(kTargets) + hex("00")));
-    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 2, 2000);
+    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 2, 10000);
     QCOMPARE(disconnected.count(), 1);
     second.closeMaster();
-    QTRY_COMPARE_WITH_TIMEOUT(disconnected.count(), 2, 3000);
+    QTRY_COMPARE_WITH_TIMEOUT(disconnected.count(), 2, 10000);
 }
 
 void TestSerial::availablePortsWithExtraPorts()
@@ -434,7 +434,7 @@ void TestSerial::availablePortsWithExtraPorts()
     QVERIFY(link->OpenSerial(extended.last(), 115200));
     QSignalSpy targets(link, &RaderCommunicate::signal_TargetResp);
     QVERIFY(pty.write(hex(kTargets) + hex("00")));
-    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 1, 2000);
+    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 1, 10000);
 
     // Empty entries are skipped; unset gives the plain list again.
     link->CloseSerial();
@@ -458,7 +458,7 @@ void TestSerial::availablePortsLeaveOutAPortInUse()
     // Listing did not disturb the open session.
     QSignalSpy targets(link, &RaderCommunicate::signal_TargetResp);
     QVERIFY(pty.write(hex(kTargets) + hex("00")));
-    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 1, 2000);
+    QTRY_COMPARE_WITH_TIMEOUT(targets.count(), 1, 10000);
 
     link->CloseSerial();
     QVERIFY(link->GetAvailablePorts().contains(name));

@@ -188,7 +188,7 @@ public:
         return readUntil([&] { return cutFrames(all).size() >= count; }, timeoutMs);
     }
     // Reads until a frame with this code has arrived (or the time is up).
-    QByteArray waitForFrame(quint8 code, int ms = 2000)
+    QByteArray waitForFrame(quint8 code, int ms = 10000)
     {
         QElapsedTimer t;
         t.start();

@@ -67,7 +67,7 @@ public:
         return got;
     }
     // Reads until a frame with this code has come; empty when none did.
-    QByteArray waitForFrame(quint8 code, int ms = 2000)
+    QByteArray waitForFrame(quint8 code, int ms = 10000)
     {
         QByteArray got;
         QElapsedTimer t;

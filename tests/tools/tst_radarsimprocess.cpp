@@ -24,7 +24,7 @@ QByteArray request(quint8 code, const QByteArray &payload = QByteArray())
 }
 
 // Waits for an area-presence report with this mask; -1 when none came.
-int waitForFlags(PtyPeer &peer, int mask, int ms = 2000)
+int waitForFlags(PtyPeer &peer, int mask, int ms = 10000)
 {
     QElapsedTimer t;
     t.start();
