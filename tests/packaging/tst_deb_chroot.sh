@@ -183,12 +183,15 @@ unpack_root() { # tarball
     cp "$deb" "$root/tmp/"
 }
 in_root() { chroot "$root" "$@"; }
+# The package cache is shared by every run of this test on the machine (other
+# checkouts too): one apt at a time uses it, the others wait for the lock.
+apt_in_root() { flock "$cache/archives.lock" chroot "$root" apt-get "$@"; }
 export DEBIAN_FRONTEND=noninteractive
 install_deb() {
-    in_root apt-get install -y -q --no-install-recommends "/tmp/$(basename "$deb")" >"$tmp/apt.log" 2>&1 && return 0
+    apt_in_root install -y -q --no-install-recommends "/tmp/$(basename "$deb")" >"$tmp/apt.log" 2>&1 && return 0
     # The cached package lists may have gone stale.
-    in_root apt-get update -qq >>"$tmp/apt.log" 2>&1
-    in_root apt-get install -y -q --no-install-recommends "/tmp/$(basename "$deb")" >>"$tmp/apt.log" 2>&1 && return 0
+    apt_in_root update -qq >>"$tmp/apt.log" 2>&1
+    apt_in_root install -y -q --no-install-recommends "/tmp/$(basename "$deb")" >>"$tmp/apt.log" 2>&1 && return 0
     tail -n 30 "$tmp/apt.log"
     echo "FAIL apt install"
     exit 1
@@ -348,7 +351,7 @@ check "log holds the session" yes \
 check "files owned by the user" "" "$(find "$root$home" ! -user "$(stat -c %u "$root$home")")"
 
 say "apt purge orv-tool"
-in_root apt-get purge -y -q orv-tool >"$tmp/purge.log" 2>&1 || {
+apt_in_root purge -y -q orv-tool >"$tmp/purge.log" 2>&1 || {
     cat "$tmp/purge.log"
     echo "FAIL apt purge"
     exit 1
