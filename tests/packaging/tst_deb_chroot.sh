@@ -235,22 +235,23 @@ home="/home/tester"
 wd="$home/.local/share/orv-tool"
 
 # The X server (the test's: the program and all its libraries are the root's).
-display=71
-while [ -e "/tmp/.X${display}-lock" ] || [ -e "/tmp/.X11-unix/X${display}" ]; do
-    display=$((display + 1))
-done
-Xvfb ":$display" -screen 0 1600x1000x24 -nolisten tcp >"$tmp/xvfb.log" 2>&1 &
+# It picks a free display itself and writes its number once it is ready, so
+# that tests starting their X servers at the same time never share one.
+Xvfb -displayfd 3 -screen 0 1600x1000x24 -nolisten tcp 3>"$tmp/display" >"$tmp/xvfb.log" 2>&1 &
 xvfb_pid=$!
-export DISPLAY=":$display"
 tries=0
-until xdotool getdisplaygeometry >/dev/null 2>&1; do
+display=""
+until [ -n "$display" ] && DISPLAY=":$display" xdotool getdisplaygeometry >/dev/null 2>&1; do
+    display="$(head -n 1 "$tmp/display" 2>/dev/null)" || true
     tries=$((tries + 1))
     [ "$tries" -lt 300 ] || {
+        cat "$tmp/xvfb.log"
         echo "FAIL Xvfb did not start"
         exit 1
     }
     sleep 0.1
 done
+export DISPLAY=":$display"
 
 as_tester() { # command line run by the user's login shell environment
     in_root runuser -u tester -- env -i HOME="$home" USER=tester LOGNAME=tester SHELL=/bin/sh \
