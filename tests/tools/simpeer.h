@@ -104,6 +104,9 @@ public:
             QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
             QThread::msleep(5);
         }
+        // Takes in what is in the pipe now (the event loop may not have run).
+        if (process.state() == QProcess::Running)
+            process.waitForReadyRead(0);
         stderrText += process.readAllStandardError();
         return QString::fromLocal8Bit(stderrText);
     }
