@@ -191,8 +191,18 @@ void TestE2eBaudRate::baudChangeReopensAtTheNewRate()
         combo = e2e::baudRateComboCentre(shot, s.windowRect());
     }
     QVERIFY2(!combo.isNull(), qPrintable(linked));
+    // The list opens as a window of its own: wait until it is on the screen.
+    auto toolWindows = [&s] {
+        return e2e::runOnDisplay(s.display(), "xdotool",
+                                 {"search", "--onlyvisible", "--pid", QString::number(s.toolPid())})
+            .split('\n', Qt::SkipEmptyParts)
+            .size();
+    };
+    const int windowsBefore = toolWindows();
     QVERIFY2(s.click(combo), qPrintable(s.error()));
-    QTest::qWait(300); // the list opens
+    for (t.restart(); toolWindows() <= windowsBefore && t.elapsed() < 20000;)
+        QTest::qWait(100);
+    QVERIFY2(toolWindows() > windowsBefore, "the list of rates did not open");
     QVERIFY2(s.typeKeys(QString(), "Up Return"), qPrintable(s.error()));
 
     // The window asks first (text 30 with the new rate); the operator says yes.
