@@ -767,7 +767,6 @@ void TestCliSim::interrupted()
             QFile f(file);
             return f.open(QIODevice::ReadOnly) && f.readAll().count("RecvData:") >= 10;
         }
-        sim.process.waitForReadyRead(10); // takes in what the simulator said
         if (!opened.isValid() && sim.errors(0).contains("opened by the other side"))
             opened.start();
         return opened.isValid() && opened.elapsed() >= 1000;
