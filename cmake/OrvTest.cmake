@@ -1,5 +1,6 @@
 # orv_add_test(NAME <name> SOURCES <files...> LIBS <libs...> LABEL <label> [TIMEOUT <s>])
-# Builds one Qt Test program and registers it with CTest. Every test runs on
+# Builds one Qt Test program and registers it with CTest (labels: see below;
+# docs/testing.md lists them). Every test runs on
 # the offscreen platform with a private runtime directory, so no display and
 # no shared state are needed.
 set(ORV_TEST_RUNTIME_DIR "${CMAKE_BINARY_DIR}/test-runtime")
@@ -37,7 +38,13 @@ function(orv_add_test)
     add_executable(${T_NAME} ${T_SOURCES})
     target_link_libraries(${T_NAME} PRIVATE ${T_LIBS} Qt5::Test)
     add_test(NAME ${T_NAME} COMMAND ${T_NAME})
+    # The folder's label, and "unit" for every test that needs no X server,
+    # no Wine and no packaging tools: the quick loop (scripts/test --quick)
+    # runs those.
     set(labels ${T_LABEL} ${ORV_TEST_EXTRA_LABEL})
+    if(NOT ORV_TEST_EXTRA_LABEL AND NOT T_LABEL MATCHES "^(e2e|windows)$")
+        list(APPEND labels unit)
+    endif()
     set_tests_properties(${T_NAME} PROPERTIES
         TIMEOUT ${T_TIMEOUT}
         LABELS "${labels}"

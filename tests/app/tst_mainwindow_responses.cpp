@@ -50,7 +50,7 @@ private:
         QList<QByteArray> frames;
         QElapsedTimer clock;
         clock.start();
-        while (frames.size() < expected && clock.elapsed() < 3000)
+        while (frames.size() < expected && clock.elapsed() < 10000)
             frames += module->waitForFrames(1, 100);
         frames += module->waitForFrames(1000, settleMs);
         return hexTexts(frames);
@@ -119,7 +119,7 @@ private slots:
 
         // A second report asks nothing.
         module->send(areaReportFrame({0, -10, 20, 10, 10}, {1, -20, 50, 10, 20}, {2, 0, 0, 0, 0}));
-        QTest::qWait(50);
+        QTRY_COMPARE(countDebugStartingWith("区域 "), 6); // the report has been read
         QCOMPARE(sent(0), QStringList());
         QCOMPARE(countDebugStartingWith("区域 "), 6);
 
@@ -235,10 +235,9 @@ private slots:
         clearLogLines();
         module->send(response);
         QTRY_VERIFY(countDebug("Radar area:") > 0);
-        QTest::qWait(20);
         const QRectF typed(QPointF(-2, 6), QPointF(2, 3));
         if (drawn) {
-            QCOMPARE(view()->areaInfo(0).rect, typed);
+            QTRY_COMPARE(view()->areaInfo(0).rect, typed);
             QCOMPARE(view()->areaInfo(0).status, 1);
         } else {
             QCOMPARE(view()->areaInfo(0).status, 0);

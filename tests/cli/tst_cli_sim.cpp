@@ -714,7 +714,8 @@ void TestCliSim::interrupted()
 {
     QFETCH(QString, command);
     SimProcess sim;
-    const QString path = sim.start(QStringList{"--rate", "20", "--settle", "0"} + kFixed);
+    const QString path =
+        sim.start(QStringList{"--rate", "20", "--settle", "0", "--verbose"} + kFixed);
     const QString file = dir.filePath("interrupted.log");
     QFile::remove(file);
     QStringList args{command, "--port", path};
@@ -727,13 +728,35 @@ void TestCliSim::interrupted()
     QProcess p;
     p.start(QStringLiteral(ORV_CLI_BIN), args);
     QVERIFY(p.waitForStarted(5000));
-    QTest::qWait(1000);
+    // Interrupted once ten reports have come through: watch has printed
+    // them, record has written them. stats prints nothing before the end:
+    // it gets a second (twenty report periods) from the moment the
+    // simulator saw the port opened.
+    QByteArray out;
+    QElapsedTimer opened;
+    auto tenReports = [&] {
+        if (command == "watch")
+            return out.count('\n') >= 10;
+        if (command == "record") {
+            QFile f(file);
+            return f.open(QIODevice::ReadOnly) && f.readAll().count("RecvData:") >= 10;
+        }
+        if (!opened.isValid() && sim.errors(0).contains("opened by the other side"))
+            opened.start();
+        return opened.isValid() && opened.elapsed() >= 1000;
+    };
+    QElapsedTimer waited;
+    waited.start();
+    while (!tenReports() && p.state() == QProcess::Running && waited.elapsed() < 20000) {
+        p.waitForReadyRead(50);
+        out += p.readAllStandardOutput();
+    }
     QCOMPARE(p.state(), QProcess::Running);
     ::kill(pid_t(p.processId()), SIGINT);
-    QVERIFY(p.waitForFinished(3000));
+    QVERIFY(p.waitForFinished(10000));
     QCOMPARE(p.exitStatus(), QProcess::NormalExit);
     QCOMPARE(p.exitCode(), 130);
-    const QByteArray out = p.readAllStandardOutput();
+    out += p.readAllStandardOutput();
     if (command == "watch") {
         bool valid = false;
         QVERIFY(jsonLines(out, &valid).size() >= 10);
@@ -783,11 +806,15 @@ void TestCliSim::recordReplayWatch()
     QVERIFY2(recorded.size() >= 30, qPrintable(QString::number(recorded.size())));
     QVERIFY(lines >= 30);
 
-    // Played back into watch: the same reports, in the same order.
+    // Played back into watch: the same reports, in the same order. watch
+    // stops after as many reports as were recorded, however long the replay
+    // takes to come through; one missing would leave it waiting until the
+    // upper bound.
     SimProcess replay;
     const QString path = replay.start({"--replay", file});
-    const CliResult r = runCli(
-        {"watch", "--port", path, "--baud", "9600", "--format", "jsonl", "--duration", "2.5"});
+    const CliResult r = runCli({"watch", "--port", path, "--baud", "9600", "--format", "jsonl",
+                                "--count", QString::number(recorded.size())},
+                               60000 * kSlowdown);
     CHECK_EXIT(r, 0);
     bool valid = false;
     QStringList watched;

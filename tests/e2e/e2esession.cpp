@@ -387,8 +387,17 @@ bool Session::waitForWindow(int timeoutMs)
     if (window.width() <= 0 || window.height() <= 0)
         return fail("no geometry for the window " + windowId);
     windowShown = toolClock.elapsed();
-    QThread::msleep(1500); // first paint
-    return true;
+    // First paint: the settings column is on the screen.
+    QImage shot;
+    t.restart();
+    while (t.elapsed() < timeoutMs) {
+        if (!screenshot(runDir->filePath("first-paint.png"), &shot))
+            return false;
+        if (!openButtonCentre(shot, window).isNull())
+            return true;
+        QThread::msleep(200);
+    }
+    return fail("the tool's window was not painted");
 }
 
 bool Session::screenshot(const QString &path, QImage *image)

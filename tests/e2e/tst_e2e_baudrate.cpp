@@ -52,6 +52,23 @@ QPoint textPixel(const QImage &img, const QRect &box)
     return QPoint();
 }
 
+// Screenshots until the message box's text is painted; the pixel to click
+// on, null when it was not painted within the time.
+QPoint waitForBoxText(e2e::Session &s, const QString &box, const QString &path, QImage *shot)
+{
+    QElapsedTimer t;
+    t.start();
+    while (t.elapsed() < 20000) {
+        if (!s.screenshot(path, shot))
+            return QPoint();
+        const QPoint onText = textPixel(*shot, s.windowGeometry(box));
+        if (!onText.isNull())
+            return onText;
+        QTest::qWait(200);
+    }
+    return QPoint();
+}
+
 } // namespace
 
 class TestE2eBaudRate : public QObject
@@ -81,27 +98,25 @@ void TestE2eBaudRate::wrongRateClosesTheLinkWithAMessage()
     // The operator presses "Open": the port opens at 9600.
     QVERIFY2(s.clickOpenButton(QDir::current().filePath("e2e-wrongbaud-open.png")),
              qPrintable(s.error()));
-    QVERIFY2(s.waitForSimOutput("not understood: sent at 9600 baud", 5000),
+    QVERIFY2(s.waitForSimOutput("not understood: sent at 9600 baud", 20000),
              qPrintable(QString(s.simOutput())));
 
     // The message box, with text 39.
-    const QString box = s.waitForWindowTitled(title, 10000);
+    const QString box = s.waitForWindowTitled(title, 20000);
     QVERIFY2(!box.isEmpty(), qPrintable("no message box titled " + title + "\n" +
                                         s.toolErrorTail() + "\n" + QString(s.simOutput())));
     // The box's text can be selected with the mouse: three clicks on it put
     // the whole paragraph on the primary selection.
-    QTest::qWait(300); // first paint of the box
     QImage shot;
     const QString boxShot = QDir::current().filePath("e2e-wrongbaud-box.png");
-    QVERIFY2(s.screenshot(boxShot, &shot), qPrintable(s.error()));
-    const QPoint onText = textPixel(shot, s.windowGeometry(box));
+    const QPoint onText = waitForBoxText(s, box, boxShot, &shot);
     QVERIFY2(!onText.isNull(), qPrintable("no text found in the message box: " + boxShot));
     QVERIFY2(s.tripleClick(onText), qPrintable(s.error()));
     const QString selected = s.primarySelection();
     QCOMPARE(selected, wrongBaud);
 
     // The link was closed: the module saw the port go, and heard no request.
-    QVERIFY2(s.waitForSimOutput("closed by the other side", 3000),
+    QVERIFY2(s.waitForSimOutput("closed by the other side", 20000),
              qPrintable(QString(s.simOutput())));
     QVERIFY(!s.simOutput().contains("request 6 (ReadArea)"));
     QVERIFY2(s.toolErrorTail(400).contains("baudrate error!"), qPrintable(s.toolErrorTail()));
@@ -109,7 +124,7 @@ void TestE2eBaudRate::wrongRateClosesTheLinkWithAMessage()
     QVERIFY2(s.typeKeys(box, "Return"), qPrintable(s.error()));
     QElapsedTimer t;
     t.start();
-    while (s.windowExists(box) && t.elapsed() < 5000)
+    while (s.windowExists(box) && t.elapsed() < 20000)
         QTest::qWait(100);
     QVERIFY(!s.windowExists(box));
 
@@ -130,14 +145,18 @@ void TestE2eBaudRate::wrongRateClosesTheLinkWithAMessage()
     QVERIFY2(before.copy(face) == after.copy(face),
              qPrintable("the open button differs: " + openShot + " " + againShot));
     t.restart();
-    while (s.simOutput().count("opened by the other side") < opensBefore + 1 && t.elapsed() < 5000)
+    while (s.simOutput().count("opened by the other side") < opensBefore + 1 && t.elapsed() < 20000)
         QTest::qWait(100);
     QCOMPARE(s.simOutput().count("opened by the other side"), opensBefore + 1);
-    const QString second = s.waitForWindowTitled(title, 10000);
+    const QString second = s.waitForWindowTitled(title, 20000);
     QVERIFY2(!second.isEmpty(), qPrintable(s.toolErrorTail()));
     QVERIFY2(s.typeKeys(second, "Return"), qPrintable(s.error()));
     t.restart();
-    while (s.windowExists(second) && t.elapsed() < 5000)
+    while (s.windowExists(second) && t.elapsed() < 20000)
+        QTest::qWait(100);
+    t.restart();
+    while (s.simOutput().count("closed by the other side") < closesBefore + 1 &&
+           t.elapsed() < 20000)
         QTest::qWait(100);
     QCOMPARE(s.simOutput().count("closed by the other side"), closesBefore + 1);
 
@@ -161,63 +180,74 @@ void TestE2eBaudRate::baudChangeReopensAtTheNewRate()
     QVERIFY2(s.waitForWindow(), qPrintable(s.error()));
     QVERIFY2(s.openLink(QDir::current().filePath("e2e-baudchange-open.png")),
              qPrintable(s.error()));
-    QTest::qWait(500);
 
     // The operator picks 57600, the rate above 115200 in the list.
     QImage shot;
     const QString linked = QDir::current().filePath("e2e-baudchange-linked.png");
-    QVERIFY2(s.screenshot(linked, &shot), qPrintable(s.error()));
-    const QPoint combo = e2e::baudRateComboCentre(shot, s.windowRect());
+    QPoint combo;
+    QElapsedTimer t;
+    for (t.start(); combo.isNull() && t.elapsed() < 20000; QTest::qWait(200)) {
+        QVERIFY2(s.screenshot(linked, &shot), qPrintable(s.error()));
+        combo = e2e::baudRateComboCentre(shot, s.windowRect());
+    }
     QVERIFY2(!combo.isNull(), qPrintable(linked));
+    // The list opens as a window of its own: wait until it is on the screen.
+    auto toolWindows = [&s] {
+        return e2e::runOnDisplay(s.display(), "xdotool",
+                                 {"search", "--onlyvisible", "--pid", QString::number(s.toolPid())})
+            .split('\n', Qt::SkipEmptyParts)
+            .size();
+    };
+    const int windowsBefore = toolWindows();
     QVERIFY2(s.click(combo), qPrintable(s.error()));
-    QTest::qWait(300); // the list opens
+    for (t.restart(); toolWindows() <= windowsBefore && t.elapsed() < 20000;)
+        QTest::qWait(100);
+    QVERIFY2(toolWindows() > windowsBefore, "the list of rates did not open");
     QVERIFY2(s.typeKeys(QString(), "Up Return"), qPrintable(s.error()));
 
     // The window asks first (text 30 with the new rate); the operator says yes.
-    const QString box = s.waitForWindowTitled(title, 5000);
+    const QString box = s.waitForWindowTitled(title, 20000);
     QVERIFY2(!box.isEmpty(), qPrintable(s.toolErrorTail()));
-    QTest::qWait(300);
     const QString boxShot = QDir::current().filePath("e2e-baudchange-question.png");
-    QVERIFY2(s.screenshot(boxShot, &shot), qPrintable(s.error()));
-    const QPoint onText = textPixel(shot, s.windowGeometry(box));
+    const QPoint onText = waitForBoxText(s, box, boxShot, &shot);
     QVERIFY2(!onText.isNull(), qPrintable(boxShot));
     QVERIFY2(s.tripleClick(onText), qPrintable(s.error()));
     QCOMPARE(s.primarySelection(), question);
     QVERIFY2(s.typeKeys(box, "alt+y"), qPrintable(s.error()));
 
     // The module answers at 115200 and moves to 57600; the window reopens there.
-    QVERIFY2(s.waitForSimOutput("request 1 (SetBaudrate)", 5000),
+    QVERIFY2(s.waitForSimOutput("request 1 (SetBaudrate)", 20000),
              qPrintable(QString(s.simOutput())));
-    QVERIFY2(s.waitForSimOutput("now at 57600 baud", 5000), qPrintable(QString(s.simOutput())));
+    QVERIFY2(s.waitForSimOutput("now at 57600 baud", 20000), qPrintable(QString(s.simOutput())));
     const QString reopened = "Buadrate\uFF1A57600, result:OK";
-    QElapsedTimer t;
-    t.start();
-    while (!s.toolErrorText().contains(reopened) && t.elapsed() < 5000)
+    t.restart();
+    while (!s.toolErrorText().contains(reopened) && t.elapsed() < 20000)
         QTest::qWait(100);
     QVERIFY2(s.toolErrorText().contains(reopened), qPrintable(s.toolErrorTail()));
 
     // The window says so (text 33) and stops reading until the box is closed.
-    QString done = s.waitForWindowTitled(title, 5000);
-    for (t.restart(); done == box && t.elapsed() < 5000; done = s.waitForWindowTitled(title, 100))
+    QString done = s.waitForWindowTitled(title, 20000);
+    for (t.restart(); done == box && t.elapsed() < 20000; done = s.waitForWindowTitled(title, 100))
         QTest::qWait(100);
     QVERIFY2(!done.isEmpty() && done != box, qPrintable(s.toolErrorTail()));
-    QTest::qWait(300);
     const QString doneShot = QDir::current().filePath("e2e-baudchange-done.png");
-    QVERIFY2(s.screenshot(doneShot, &shot), qPrintable(s.error()));
-    const QPoint onDoneText = textPixel(shot, s.windowGeometry(done));
+    const QPoint onDoneText = waitForBoxText(s, done, doneShot, &shot);
     QVERIFY2(!onDoneText.isNull(), qPrintable(doneShot));
     QVERIFY2(s.tripleClick(onDoneText), qPrintable(s.error()));
     QCOMPARE(s.primarySelection(), translationText(language, 33));
     QVERIFY2(s.typeKeys(done, "Return"), qPrintable(s.error()));
     t.restart();
-    while (s.windowExists(done) && t.elapsed() < 5000)
+    while (s.windowExists(done) && t.elapsed() < 20000)
         QTest::qWait(100);
     QVERIFY(!s.windowExists(done));
 
     // Reports keep coming and are understood at the new rate; no wrong-baud message.
-    QTest::qWait(2000);
-    const QString after = s.toolErrorText().section(reopened, -1);
-    const int reports = after.count("targetList size:1");
+    QString after;
+    int reports = 0;
+    for (t.restart(); reports < 20 && t.elapsed() < 20000; QTest::qWait(100)) {
+        after = s.toolErrorText().section(reopened, -1);
+        reports = after.count("targetList size:1");
+    }
     QVERIFY2(reports >= 20, qPrintable(QString("%1 reports after the reopen").arg(reports)));
     QVERIFY(!after.contains("baudrate error!"));
     QVERIFY(s.waitForWindowTitled(title, 0).isEmpty());

@@ -155,8 +155,15 @@ bool TestE2eDemo::startDemo(const QString &lang, const QStringList &simArgs)
     if (windowId.isEmpty())
         return false;
     window = e2e::windowGeometry(screen.display(), windowId);
-    QThread::msleep(1500); // first paint
-    return window.width() > 0;
+    if (window.width() <= 0)
+        return false;
+    // First paint: the settings column is on the screen.
+    for (t.restart(); t.elapsed() < 20000; QThread::msleep(200)) {
+        const QImage shot = grab("first-paint.png");
+        if (!shot.isNull() && !e2e::openButtonCentre(shot, window).isNull())
+            return true;
+    }
+    return false;
 }
 
 bool TestE2eDemo::closeDemo()
@@ -209,7 +216,7 @@ void TestE2eDemo::englishDemoShowsPeopleAfterOneClick()
     QList<e2e::Blob> discs;
     QElapsedTimer t;
     t.start();
-    while (discs.size() < 3 && t.elapsed() < 8000) {
+    while (discs.size() < 3 && t.elapsed() < 20000) {
         QThread::msleep(500);
         shot = grab("demo-after.png");
         if (!shot.isNull())

@@ -9,6 +9,7 @@
 #include "tests/e2e/e2esession.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QRegularExpression>
@@ -56,16 +57,32 @@ void TestE2eWindow::openLinkSeeTargetsCloseWindow()
     QElapsedTimer sinceOpen;
     sinceOpen.start();
 
-    // Targets on the plane, where the axes put them.
-    QTest::qWait(1500);
+    // Targets on the plane, where the axes put them, as soon as they are
+    // painted.
     const QString after = QDir::current().filePath("e2e-after-open.png");
-    QVERIFY2(s.screenshot(after, &shot), qPrintable(s.error()));
     QString why;
-    QVERIFY2(e2e::discsStandAt(shot, s.windowRect(), kPeople, &why),
-             qPrintable(why + " in " + after));
+    bool standing = false;
+    while (!standing && sinceOpen.elapsed() < 20000) {
+        QTest::qWait(200);
+        QVERIFY2(s.screenshot(after, &shot), qPrintable(s.error()));
+        standing = e2e::discsStandAt(shot, s.windowRect(), kPeople, &why);
+    }
+    QVERIFY2(standing, qPrintable(why + " in " + after));
 
-    // Let the logger write its batches (every 5 s), then close the window.
-    while (sinceOpen.elapsed() < 8000)
+    // Let the logger write its batches (every 5 s): wait until twenty
+    // received chunks are in the file, then close the window.
+    auto recvLinesWritten = [&] {
+        int n = 0;
+        QDirIterator it(s.runDirectory() + "/log", {"logfile_0.txt"}, QDir::Files,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            QFile f(it.next());
+            if (f.open(QIODevice::ReadOnly))
+                n += f.readAll().count("RecvData:");
+        }
+        return n;
+    };
+    while (recvLinesWritten() < 20 && sinceOpen.elapsed() < 60000)
         QTest::qWait(200);
     QVERIFY2(s.closeWindow(), qPrintable(s.error() + "\n" + s.toolErrorTail()));
     QCOMPARE(s.toolProcess().exitStatus(), QProcess::NormalExit);

@@ -273,13 +273,18 @@ void TestE2eWine::linkOpensOnMappedComPort()
     // The operator clicks "Open"; the module hears the tool's first request.
     const QString before = QDir::current().filePath("e2e-wine-before-open.png");
     QVERIFY2(s.openLink(before), qPrintable(s.error()));
-    QTest::qWait(3000);
+    // The people, as soon as they are painted.
     QImage shot;
     const QString after = QDir::current().filePath("e2e-wine-after-open.png");
-    QVERIFY2(s.screenshot(after, &shot), qPrintable(s.error()));
     QString why;
-    QVERIFY2(e2e::discsStandAt(shot, s.windowRect(), kPeople, &why),
-             qPrintable(why + " in " + after));
+    bool standing = false;
+    QElapsedTimer t;
+    for (t.start(); !standing && t.elapsed() < 60000;) {
+        QTest::qWait(300);
+        QVERIFY2(s.screenshot(after, &shot), qPrintable(s.error()));
+        standing = e2e::discsStandAt(shot, s.windowRect(), kPeople, &why);
+    }
+    QVERIFY2(standing, qPrintable(why + " in " + after));
     QVERIFY2(s.closeWindow(30000), qPrintable(s.error()));
     QCOMPARE(s.toolProcess().exitCode(), 0);
 }

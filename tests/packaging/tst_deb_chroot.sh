@@ -187,12 +187,15 @@ unpack_root() { # tarball
     cp "$deb" "$root/tmp/"
 }
 in_root() { chroot "$root" "$@"; }
+# The package cache is shared by every run of this test on the machine (other
+# checkouts too): one apt at a time uses it, the others wait for the lock.
+apt_in_root() { flock "$cache/archives.lock" chroot "$root" apt-get "$@"; }
 export DEBIAN_FRONTEND=noninteractive
 install_deb() {
-    in_root apt-get install -y -q --no-install-recommends "/tmp/$(basename "$deb")" >"$tmp/apt.log" 2>&1 && return 0
+    apt_in_root install -y -q --no-install-recommends "/tmp/$(basename "$deb")" >"$tmp/apt.log" 2>&1 && return 0
     # The cached package lists may have gone stale.
-    in_root apt-get update -qq >>"$tmp/apt.log" 2>&1
-    in_root apt-get install -y -q --no-install-recommends "/tmp/$(basename "$deb")" >>"$tmp/apt.log" 2>&1 && return 0
+    apt_in_root update -qq >>"$tmp/apt.log" 2>&1
+    apt_in_root install -y -q --no-install-recommends "/tmp/$(basename "$deb")" >>"$tmp/apt.log" 2>&1 && return 0
     tail -n 30 "$tmp/apt.log"
     echo "FAIL apt install"
     exit 1
@@ -241,22 +244,23 @@ home="/home/tester"
 wd="$home/.local/share/orv-tool"
 
 # The X server (the test's: the program and all its libraries are the root's).
-display=71
-while [ -e "/tmp/.X${display}-lock" ] || [ -e "/tmp/.X11-unix/X${display}" ]; do
-    display=$((display + 1))
-done
-Xvfb ":$display" -screen 0 1600x1000x24 -nolisten tcp >"$tmp/xvfb.log" 2>&1 &
+# It picks a free display itself and writes its number once it is ready, so
+# that tests starting their X servers at the same time never share one.
+Xvfb -displayfd 3 -screen 0 1600x1000x24 -nolisten tcp 3>"$tmp/display" >"$tmp/xvfb.log" 2>&1 &
 xvfb_pid=$!
-export DISPLAY=":$display"
 tries=0
-until xdotool getdisplaygeometry >/dev/null 2>&1; do
+display=""
+until [ -n "$display" ] && DISPLAY=":$display" xdotool getdisplaygeometry >/dev/null 2>&1; do
+    display="$(head -n 1 "$tmp/display" 2>/dev/null)" || true
     tries=$((tries + 1))
-    [ "$tries" -lt 50 ] || {
+    [ "$tries" -lt 300 ] || {
+        cat "$tmp/xvfb.log"
         echo "FAIL Xvfb did not start"
         exit 1
     }
     sleep 0.1
 done
+export DISPLAY=":$display"
 
 as_tester() { # command line run by the user's login shell environment
     in_root runuser -u tester -- env -i HOME="$home" USER=tester LOGNAME=tester SHELL=/bin/sh \
@@ -269,7 +273,7 @@ as_tester /usr/bin/radar-sim --verbose --fixed -3,2 --fixed 0,4 --fixed 3,6 \
 tries=0
 until [ -s "$tmp/sim.out" ]; do
     tries=$((tries + 1))
-    [ "$tries" -lt 100 ] || {
+    [ "$tries" -lt 300 ] || {
         cat "$tmp/sim.err"
         echo "FAIL radar-sim printed no port"
         exit 1
@@ -290,9 +294,19 @@ start_tool() { # log-name
         echo "FAIL the window did not appear"
         exit 1
     }
-    sleep 1.5
     eval "$(xdotool getwindowgeometry --shell "$window")"
     geometry="$X $Y $WIDTH $HEIGHT"
+    # First paint: the settings column with the open button is on the screen.
+    tries=0
+    # shellcheck disable=SC2086 # four numbers
+    until "$probe" open-button "$(shot "$1-paint")" $geometry >/dev/null 2>&1; do
+        tries=$((tries + 1))
+        [ "$tries" -lt 100 ] || {
+            echo "FAIL the window was not painted"
+            exit 1
+        }
+        sleep 0.2
+    done
 }
 close_tool() { # -> status in $tool_status
     "$probe" close "$DISPLAY" "$window"
@@ -308,10 +322,21 @@ ink_en="$("$probe" button-ink "$(shot first)" $geometry)"
 check "open button has its English caption" yes "$([ "$ink_en" -gt 40 ] && echo yes || echo no)"
 # shellcheck disable=SC2086,SC2046 # four numbers in, two out
 xdotool mousemove $("$probe" open-button "$tmp/first.png" $geometry) click 1
-sleep 3
+# The people, as soon as they are painted (or after 30 s).
+tries=0
+# shellcheck disable=SC2086
+until [ "$("$probe" discs "$(shot first-open)" $geometry)" = 3 ] || [ "$tries" -ge 150 ]; do
+    tries=$((tries + 1))
+    sleep 0.2
+done
 # shellcheck disable=SC2086
 check "the three people on the plane" 3 "$("$probe" discs "$(shot first-open)" $geometry)"
-sleep 6 # the log reaches its file about 5 s later
+# The log reaches its file about 5 s later: wait for it (at most 60 s).
+tries=0
+until grep -qs 'RecvData:FF EE DD' "$root$wd"/log/*/logfile_0.txt || [ "$tries" -ge 300 ]; do
+    tries=$((tries + 1))
+    sleep 0.2
+done
 close_tool
 check "exit status after closing the window" 0 "$tool_status"
 
@@ -336,7 +361,7 @@ check "log holds the session" yes \
 check "files owned by the user" "" "$(find "$root$home" ! -user "$(stat -c %u "$root$home")")"
 
 say "apt purge orv-tool"
-in_root apt-get purge -y -q orv-tool >"$tmp/purge.log" 2>&1 || {
+apt_in_root purge -y -q orv-tool >"$tmp/purge.log" 2>&1 || {
     cat "$tmp/purge.log"
     echo "FAIL apt purge"
     exit 1

@@ -211,7 +211,7 @@ if [ "$(id -u)" -eq 0 ] && getent group dialout >/dev/null; then
     case "$err" in *ttyS0* | *ttyS1* | *ttyACM0*) check "dialout only the blocked port" "" "$err" ;; esac
     check "dialout program started" "cwd=$uhome/.local/share/orv-tool" "$(head -n 1 "$record" 2>/dev/null)"
     tries=0
-    while [ ! -s "$tmp/notified" ] && [ "$tries" -lt 50 ]; do
+    while [ ! -s "$tmp/notified" ] && [ "$tries" -lt 300 ]; do
         tries=$((tries + 1))
         sleep 0.1
     done

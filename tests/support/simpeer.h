@@ -84,6 +84,16 @@ public:
             }
         }
     }
+    // Waits until the simulator has said this on standard error (or the time
+    // is up); true when it has.
+    bool waitForError(const QString &text, int timeoutMs = 10000)
+    {
+        QElapsedTimer t;
+        t.start();
+        while (!errors(0).contains(text) && t.elapsed() < timeoutMs)
+            process.waitForReadyRead(20);
+        return errors(0).contains(text);
+    }
     // Everything the simulator wrote on standard error so far (the pipe is
     // read for a short moment first).
     QString errors(int settleMs = 100)
@@ -94,6 +104,9 @@ public:
             QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
             QThread::msleep(5);
         }
+        // Takes in what is in the pipe now (the event loop may not have run).
+        if (process.state() == QProcess::Running)
+            process.waitForReadyRead(0);
         stderrText += process.readAllStandardError();
         return QString::fromLocal8Bit(stderrText);
     }
@@ -159,8 +172,26 @@ public:
         }
         return chunks;
     }
+    // Reads until done() holds, the line hangs up or the time is up; returns
+    // the reads made meanwhile. Tests wait for what they count this way
+    // rather than for a fixed time, so that a loaded machine only makes them
+    // slower.
+    template <typename Done> QList<TimedChunk> readUntil(Done done, int timeoutMs = 10000)
+    {
+        QList<TimedChunk> chunks;
+        QElapsedTimer t;
+        t.start();
+        while (!done() && !hungUp && fd >= 0 && t.elapsed() < timeoutMs)
+            chunks += readFor(20);
+        return chunks;
+    }
+    // Reads until at least count whole frames have arrived in all.
+    QList<TimedChunk> readFrames(int count, int timeoutMs = 10000)
+    {
+        return readUntil([&] { return cutFrames(all).size() >= count; }, timeoutMs);
+    }
     // Reads until a frame with this code has arrived (or the time is up).
-    QByteArray waitForFrame(quint8 code, int ms = 2000)
+    QByteArray waitForFrame(quint8 code, int ms = 10000)
     {
         QElapsedTimer t;
         t.start();

@@ -178,7 +178,10 @@ void TestRadarSimLink::reportStream()
     const QRegularExpressionMatch m = sentLine.match(sim.errors());
     QVERIFY2(m.hasMatch(), qPrintable(sim.errors()));
     const int sent = m.captured(1).toInt();
-    QVERIFY2(sent >= 25 && sent <= 42, qPrintable(QString::number(sent)));
+    // At most the 40 ticks of 2 s at 20 Hz (and the one at the open). On a
+    // loaded machine the simulator's timer fires late and late ticks are
+    // not made up, so only a stream is asked for below that.
+    QVERIFY2(sent >= 10 && sent <= 42, qPrintable(sim.errors()));
 
     const int percent = targets.count() * 100 / sent;
     qInfo("%d of %d reports reached the tool", int(targets.count()), sent);

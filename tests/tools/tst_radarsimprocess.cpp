@@ -24,7 +24,7 @@ QByteArray request(quint8 code, const QByteArray &payload = QByteArray())
 }
 
 // Waits for an area-presence report with this mask; -1 when none came.
-int waitForFlags(PtyPeer &peer, int mask, int ms = 2000)
+int waitForFlags(PtyPeer &peer, int mask, int ms = 10000)
 {
     QElapsedTimer t;
     t.start();
@@ -231,7 +231,7 @@ void TestRadarSimProcess::protocolOverPty()
     // Baud rate: OK, then the module says it switched.
     QVERIFY(peer.send(request(SetBaudrate, frameformat::baudRatePayload(115200))));
     QVERIFY(frameformat::decodeResult(peer.waitForFrame(SetBaudrate)));
-    peer.readFor(100);
+    QVERIFY(sim.waitForError("now at 115200 baud"));
     const QString err = sim.errors();
     QVERIFY2(err.contains("request 6 (ReadArea) FF EE DD 00 01 06 06 DD EE FF"), qPrintable(err));
     QVERIFY2(err.contains("now at 115200 baud"), qPrintable(err));
@@ -336,7 +336,13 @@ void TestRadarSimProcess::seedGivesTheSameWalk()
         QList<QList<QPointF>> reports;
         if (!peer.open(sim.start(args), B115200))
             return reports;
-        peer.readFor(700);
+        auto targetReports = [&] {
+            int n = 0;
+            for (const SeenFrame &s : cutFrames(peer.all))
+                n += quint8(s.frame.at(5)) == TargetReport;
+            return n;
+        };
+        peer.readUntil([&] { return targetReports() >= 10; });
         for (const SeenFrame &s : cutFrames(peer.all))
             if (quint8(s.frame.at(5)) == TargetReport && reports.size() < 10)
                 reports.append(frameformat::decodeTargets(s.frame));
@@ -366,7 +372,7 @@ void TestRadarSimProcess::noiseBetweenFrames()
     PtyPeer peer;
     QVERIFY(
         peer.open(sim.start({"--noise", "6", "--fixed", "1,1", "--rate", "20", "--settle", "0"})));
-    peer.readFor(600);
+    peer.readFrames(10);
     const QList<SeenFrame> frames = cutFrames(peer.all);
     QVERIFY(frames.size() >= 10);
     for (int i = 0; i < frames.size(); ++i) {
@@ -386,7 +392,7 @@ void TestRadarSimProcess::badChecksums()
     QVERIFY(peer.open(
         sim.start({"--bad-checksum", "1", "--fixed", "1,1", "--rate", "20", "--settle", "0"})));
     QVERIFY(peer.send(request(ReadArea)));
-    peer.readFor(500);
+    peer.readFrames(8);
     const QList<SeenFrame> frames = cutFrames(peer.all);
     QVERIFY(frames.size() >= 8);
     bool sawAnswer = false;
@@ -402,7 +408,7 @@ void TestRadarSimProcess::splitFrames()
     SimProcess sim;
     PtyPeer peer;
     QVERIFY(peer.open(sim.start({"--split", "--fixed", "1,2", "--rate", "20", "--settle", "0"})));
-    const QList<TimedChunk> chunks = peer.readFor(1000);
+    const QList<TimedChunk> chunks = peer.readFrames(20);
     const QList<SeenFrame> frames = cutFrames(peer.all);
     QVERIFY(frames.size() >= 20);
     for (const SeenFrame &s : frames) {
@@ -425,7 +431,7 @@ void TestRadarSimProcess::reopenAfterClose()
         {"--baud", "115200", "--fixed", "1,2", "--rate", "50", "--settle", "0", "--verbose"});
     PtyPeer peer;
     QVERIFY(peer.open(path, B115200));
-    peer.readFor(300);
+    peer.readFrames(10);
     QVERIFY(cutFrames(peer.all).size() >= 10);
     peer.close();
 
@@ -436,7 +442,7 @@ void TestRadarSimProcess::reopenAfterClose()
     const QList<TimedChunk> first = again.readFor(15);
     for (const TimedChunk &c : first)
         QVERIFY(c.bytes.size() <= 2 * 14);
-    again.readFor(300);
+    again.readFrames(10);
     QVERIFY(cutFrames(again.all).size() >= 10);
     const QString err = sim.errors();
     QVERIFY(err.contains("closed by the other side"));
@@ -452,7 +458,7 @@ void TestRadarSimProcess::settleBeforeReports()
         B115200));
     // The tool asks for the areas right after opening: the answer comes alone.
     QVERIFY(peer.send(request(ReadArea)));
-    const QList<TimedChunk> chunks = peer.readFor(900);
+    const QList<TimedChunk> chunks = peer.readFrames(21);
     QVERIFY(!chunks.isEmpty());
     QCOMPARE(chunks.first().bytes.size(), 40);
     QCOMPARE(int(quint8(chunks.first().bytes.at(5))), int(ReadArea));
@@ -516,7 +522,8 @@ void TestRadarSimProcess::replay()
     PtyPeer peer;
     QVERIFY(peer.open(path));
     QVERIFY(peer.send(request(ReadArea))); // a replay answers nothing
-    const QList<TimedChunk> chunks = peer.readFor(1400);
+    const int total = (a + b1 + b2 + c).size();
+    const QList<TimedChunk> chunks = peer.readUntil([&] { return peer.all.size() >= total; });
     QCOMPARE(peer.all, a + b1 + b2 + c);
 
     // Each recorded read came as one write, at its recorded time.
@@ -533,6 +540,7 @@ void TestRadarSimProcess::replay()
             std::abs(dt - expected[i]) <= 100,
             qPrintable(QString("chunk %1 at %2 ms, expected %3").arg(i).arg(dt).arg(expected[i])));
     }
+    QVERIFY(sim.waitForError("replay finished"));
     const QString err = sim.errors();
     QVERIFY2(err.contains("not answered during a replay"), qPrintable(err));
     QVERIFY2(err.contains("replay finished"), qPrintable(err));

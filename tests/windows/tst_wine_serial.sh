@@ -104,7 +104,7 @@ fi
 "$sim" --baud "$rate" --fixed 1.5,3 --fixed -2,5 --area 1,0,-1.5,4,2,1 >"$logs/sim.out" 2>"$logs/sim.err" &
 simPid=$!
 pty=
-for _ in $(seq 50); do
+for _ in $(seq 300); do
     pty=$(head -n1 "$logs/sim.out" 2>/dev/null)
     [ -n "$pty" ] && break
     sleep 0.1
