@@ -1,0 +1,117 @@
+#pragma once
+
+// One radar module the service owns, on the Qt main thread: it opens the
+// port (probing the rate for "auto"), reads the display type and the areas,
+// streams the module's reports through the strict frame decoder and keeps
+// trying when the port is lost or busy. Writes are queued and done one at a
+// time; after each, the areas and the display type are read back.
+
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QObject>
+#include <QString>
+
+#include <functional>
+
+class ModuleLink;
+class ModuleStats;
+class WriteQueue;
+class AreaFile;
+
+// The outcome of one write, handed to its Done callback.
+struct WriteResult {
+    enum Kind {
+        Ok,
+        Invalid,  // the request breaks a rule (400); nothing was sent
+        NotOpen,  // the module is not open (503); nothing was sent
+        Refused,  // the module answered NG (409)
+        Mismatch, // the module holds something else afterwards (409)
+        Timeout,  // no answer (504)
+    };
+    Kind kind = Ok;
+    QString error;          // the message, as orv-cli prints it
+    QJsonObject areaFile;   // the read-back, on Ok and Mismatch (and Refused when read)
+    QJsonArray differences; // one string per difference, on Mismatch
+};
+
+class Module : public QObject
+{
+    Q_OBJECT
+public:
+    enum class State { Opening, Open, Silent, Lost, Busy, NoPermission, WrongBaud };
+    // "opening", "open", "silent", "lost", "busy", "no-permission", "wrong-baud"
+    static QString stateName(State state);
+
+    // baud is "auto" or a number.
+    Module(const QString &id, const QString &portName, const QString &baud,
+           QObject *parent = nullptr);
+    ~Module() override;
+
+    // Opens, probes, reads display and areas, streams; retries by itself.
+    void start();
+
+    QString id() const { return moduleId; }
+    QString portName() const { return port; }
+    State state() const { return current; }
+    QDateTime since() const { return stateSince; }
+
+    // {"id","port","baud","state","since","display","areas",
+    //  "stats":{"frames","badSums","strayBytes","reportsPerSecond","reconnects"}}
+    QJsonObject status() const;
+    // Exactly what `orv-cli areas backup` writes for this module; empty
+    // before the first read.
+    QJsonObject areaFile() const;
+    // Changes whenever the areas or the display change ("\"...\"").
+    QByteArray etag() const;
+    // The latest targets record (the `watch --format jsonl` record), or empty.
+    QJsonObject latestTargets() const { return lastTargets; }
+    // Times the module came back open after being lost, busy or unreadable.
+    qint64 reconnects() const;
+
+    // Writes: queued, one at a time, each waiting for the module's answer;
+    // after any write the areas and display are read back. done is called on
+    // the Qt main thread exactly once.
+    using Done = std::function<void(const WriteResult &)>;
+    // As `orv-cli areas restore` (set, read back, compare).
+    void setAreas(const QJsonObject &areaFile, Done done);
+    // {"type":"detect"|"exclude","from":[x,y],"to":[x,y]} or {"type":"unset"}
+    void setArea(int number, const QJsonObject &area, Done done);
+    void cancelArea(int number, Done done);
+    void cancelAllAreas(Done done);
+    // "area" or "track"
+    void setDisplay(const QString &display, Done done);
+
+    // How long without a frame makes an open module silent.
+    static constexpr int kSilentMs = 3000;
+    // Retry delays of a lost or busy port: the first, and the longest.
+    static constexpr int kRetryFirstMs = 1000;
+    static constexpr int kRetryMaxMs = 5000;
+
+signals:
+    // Every state change.
+    void statusChanged(const QJsonObject &status);
+    // After every change of areas or display, whoever made it.
+    void configChanged(const QJsonObject &areaFile);
+    // Every code-7 report, the watch jsonl record.
+    void targetsReport(const QJsonObject &record);
+    // Every code-8 report, the watch jsonl record.
+    void areasReport(const QJsonObject &record);
+
+private:
+    void setState(State state);
+
+    QString moduleId;
+    QString port;
+    QString requestedBaud;
+    State current = State::Opening;
+    QDateTime stateSince;
+    ModuleLink *link = nullptr;
+    ModuleStats *counts = nullptr;
+    WriteQueue *queue = nullptr;
+
+    bool haveConfig = false;
+    QJsonObject config; // the area file of what the module holds
+    QByteArray configTag;
+    QJsonObject lastTargets;
+};
