@@ -1,0 +1,152 @@
+// The plane in metres and its mapping to canvas pixels. The module sits at
+// (0, 0), the bottom centre; x runs -8..8 m to the right, y 0..8 m away from
+// the module (up on the screen), at the same scale on both axes.
+
+export const RANGE = Object.freeze({ xMin: -8, xMax: 8, yMin: 0, yMax: 8 });
+
+export function clamp(v, lo, hi) {
+    return Math.min(hi, Math.max(lo, v));
+}
+
+// Rounded to the nearest decimetre (what a drag on the plane produces).
+export function snap(v) {
+    const r = Math.round(v * 10) / 10;
+    return Object.is(r, -0) ? 0 : r;
+}
+
+// The decimetres the module keeps for a coordinate: the value times ten,
+// truncated toward zero, computed in doubles as the service computes it.
+export function wireDecimetres(metres) {
+    return Math.trunc(metres * 10);
+}
+
+export function wireMetres(metres) {
+    const r = wireDecimetres(metres) / 10;
+    return Object.is(r, -0) ? 0 : r;
+}
+
+// A value to send for metres so that the module keeps what it shows: a whole
+// number of decimetres such as 2.3 becomes 22.999... after times ten and
+// would be truncated to 2.2, so such values are nudged by a thousandth of a
+// decimetre away from zero. Other values go as they are.
+export function sendable(metres) {
+    const d = Math.round(metres * 10);
+    if (Math.abs(metres * 10 - d) > 1e-6)
+        return metres;
+    if (Math.trunc((d / 10) * 10) === d)
+        return d / 10;
+    return (d + Math.sign(d) * 0.001) / 10;
+}
+
+// A rectangle in metres, sides ordered: left < right, top > bottom.
+export function rectFromCorners(x1, y1, x2, y2) {
+    return {
+        left: Math.min(x1, x2),
+        right: Math.max(x1, x2),
+        top: Math.max(y1, y2),
+        bottom: Math.min(y1, y2),
+    };
+}
+
+// The rectangle of an area-file entry ({"from": [x, y], "to": [x, y]}).
+export function rectOfArea(area) {
+    if (!area || !Array.isArray(area.from) || !Array.isArray(area.to))
+        return null;
+    return rectFromCorners(area.from[0], area.from[1], area.to[0], area.to[1]);
+}
+
+// An area-file entry for a rectangle: "from" is the upper-left corner (the
+// smaller x, the larger y) and "to" the lower-right one, as the module wants.
+export function areaOfRect(number, type, rect) {
+    return {
+        number,
+        type,
+        from: [rect.left, rect.top],
+        to: [rect.right, rect.bottom],
+    };
+}
+
+export function sameRect(a, b) {
+    if (!a || !b)
+        return a === b;
+    return a.left === b.left && a.right === b.right && a.top === b.top && a.bottom === b.bottom;
+}
+
+// Tick step in metres so that labels stay at least minPixels apart.
+export function tickStep(pixelsPerMetre, minPixels = 28) {
+    for (const step of [1, 2, 4, 8])
+        if (step * pixelsPerMetre >= minPixels)
+            return step;
+    return 8;
+}
+
+export function ticks(lo, hi, step) {
+    const out = [];
+    for (let v = Math.ceil(lo / step) * step; v <= hi + 1e-9; v += step)
+        out.push(Object.is(v, -0) ? 0 : v);
+    return out;
+}
+
+export class Plane {
+    constructor(range = RANGE) {
+        this.range = { ...range };
+        this.margin = { left: 30, right: 10, top: 10, bottom: 24 };
+        this.layout(320, 180);
+    }
+
+    // Fits the plane into a canvas of width x height CSS pixels.
+    layout(width, height) {
+        const m = this.margin;
+        const r = this.range;
+        const w = Math.max(1, width - m.left - m.right);
+        const h = Math.max(1, height - m.top - m.bottom);
+        this.width = width;
+        this.height = height;
+        this.scale = Math.min(w / (r.xMax - r.xMin), h / (r.yMax - r.yMin));
+        const pw = (r.xMax - r.xMin) * this.scale;
+        const ph = (r.yMax - r.yMin) * this.scale;
+        this.plot = { left: m.left + (w - pw) / 2, top: m.top + (h - ph) / 2, width: pw, height: ph };
+    }
+
+    // Height that shows the whole plane at this width.
+    static heightFor(width, range = RANGE) {
+        const p = new Plane(range);
+        const w = width - p.margin.left - p.margin.right;
+        return Math.round((w * (range.yMax - range.yMin)) / (range.xMax - range.xMin)) +
+            p.margin.top + p.margin.bottom;
+    }
+
+    toPixel(x, y) {
+        return {
+            x: this.plot.left + (x - this.range.xMin) * this.scale,
+            y: this.plot.top + (this.range.yMax - y) * this.scale,
+        };
+    }
+
+    toMetres(px, py) {
+        return {
+            x: this.range.xMin + (px - this.plot.left) / this.scale,
+            y: this.range.yMax - (py - this.plot.top) / this.scale,
+        };
+    }
+
+    // A point in metres held inside the plane.
+    clampPoint(p) {
+        return {
+            x: clamp(p.x, this.range.xMin, this.range.xMax),
+            y: clamp(p.y, this.range.yMin, this.range.yMax),
+        };
+    }
+
+    contains(x, y) {
+        const r = this.range;
+        return x >= r.xMin && x <= r.xMax && y >= r.yMin && y <= r.yMax;
+    }
+
+    // Pixel rectangle {x, y, w, h} of a rectangle in metres.
+    pixelRect(rect) {
+        const a = this.toPixel(rect.left, rect.top);
+        const b = this.toPixel(rect.right, rect.bottom);
+        return { x: a.x, y: a.y, w: b.x - a.x, h: b.y - a.y };
+    }
+}
