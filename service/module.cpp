@@ -1,6 +1,76 @@
 #include "service/module.h"
 
-// Skeleton: the states and the API; the port work follows.
+#include "cli/areafile.h"
+#include "cli/areascommands.h"
+#include "cli/baudprobe.h"
+#include "cli/modulecommand.h"
+#include "cli/reportformatter.h"
+#include "cli/wirearea.h"
+#include "radar/frameformat.h"
+#include "service/modulelink.h"
+#include "service/moduleprobe.h"
+#include "service/modulestats.h"
+#include "service/writequeue.h"
+
+#include <QCryptographicHash>
+#include <QFileInfo>
+#include <QFileSystemWatcher>
+#include <QJsonDocument>
+#include <QTimer>
+
+const char *const Module::kBodyName = "area file";
+
+namespace
+{
+
+// How often an open module is checked for silence.
+constexpr int kSilenceCheckMs = 250;
+// Retries of a failed first read of areas and display, while open.
+constexpr int kReadRetryMs = 5000;
+
+// orv-cli's comparison of a file with what a module holds, in decimetres.
+struct AreaDifferences : AreasCommand {
+    using AreasCommand::differences;
+};
+
+// The area file `orv-cli areas backup` writes for what a module holds: areas
+// of a type a file cannot hold are written as unset.
+AreaFile fileOf(const ModuleAreas &held)
+{
+    AreaFile file;
+    file.hasDisplay = true;
+    file.display = held.display;
+    for (int k = 0; k < 3; ++k) {
+        const WireArea &a = held.areas[size_t(k)];
+        const bool storable = !a.defined() || a.type == 0 || a.type == 1;
+        file.areas.append(WireArea::toEntry(k + 1, storable ? a : WireArea()));
+    }
+    return file;
+}
+
+QJsonObject objectOf(const QByteArray &json)
+{
+    return QJsonDocument::fromJson(json).object();
+}
+
+WriteResult result(WriteResult::Kind kind, const QString &error = QString())
+{
+    WriteResult r;
+    r.kind = kind;
+    r.error = error;
+    return r;
+}
+
+} // namespace
+
+// One request of a write and how to tell the module's yes from its NG.
+struct Module::Step {
+    quint8 code = 0;
+    QByteArray payload;
+    QString what;    // names the request in messages
+    QString refused; // the message when the module answers NG
+    std::function<bool(const QByteArray &)> accepted;
+};
 
 QString Module::stateName(State state)
 {
@@ -25,15 +95,41 @@ QString Module::stateName(State state)
 
 Module::Module(const QString &id, const QString &portName, const QString &baud, QObject *parent)
     : QObject(parent), moduleId(id), port(portName), requestedBaud(baud),
-      stateSince(QDateTime::currentDateTimeUtc())
+      stateSince(QDateTime::currentDateTimeUtc()), link(new ModuleLink(this)),
+      probe(new ModuleProbe(link, this)), queue(new WriteQueue(link, this)),
+      counts(new ModuleStats), formatter(new ReportFormatter(ReportFormatter::Format::Jsonl)),
+      retryTimer(new QTimer(this)), silenceTimer(new QTimer(this)),
+      watcher(new QFileSystemWatcher(this)), held(new ModuleAreas),
+      configTag("\"" +
+                QCryptographicHash::hash(QByteArray(), QCryptographicHash::Sha1).toHex().left(20) +
+                "\"")
 {
+    queue->answerMs = ModuleCommand::kAnswerMs;
+    queue->tries = ModuleCommand::kTries;
+    retryTimer->setSingleShot(true);
+    connect(retryTimer, &QTimer::timeout, this, &Module::tryOpen);
+    silenceTimer->setInterval(kSilenceCheckMs);
+    connect(silenceTimer, &QTimer::timeout, this, &Module::checkSilence);
+    connect(probe, &ModuleProbe::finished, this, &Module::onProbed);
+    connect(link, &ModuleLink::lost, this, &Module::onLost);
+    connect(link, &ModuleLink::frameReceived, this, &Module::onFrame);
+    // A device that comes back (a replug, a link made again) shows in its
+    // folder: try at once instead of waiting for the next retry.
+    connect(watcher, &QFileSystemWatcher::directoryChanged, this, [this] {
+        if (retryTimer->isActive() && current == State::Lost &&
+            QFileInfo::exists(ModuleSession::devicePath(port)))
+            retryTimer->start(0);
+    });
 }
 
 Module::~Module() = default;
 
 void Module::start()
 {
-    setState(State::Opening);
+    const QString folder = QFileInfo(ModuleSession::devicePath(port)).absolutePath();
+    if (QFileInfo(folder).isDir())
+        watcher->addPath(folder);
+    tryOpen();
 }
 
 void Module::setState(State state)
@@ -45,13 +141,257 @@ void Module::setState(State state)
     emit statusChanged(status());
 }
 
+void Module::tryOpen()
+{
+    probe->cancel();
+    const bool autoBaud = requestedBaud == QLatin1String("auto");
+    const int rate = autoBaud ? BaudProbe::probeOrder().first() : requestedBaud.toInt();
+    QString why;
+    switch (link->open(port, rate, &why)) {
+    case ModuleSession::OpenFailure::None:
+        lastWhy.clear();
+        if (autoBaud) {
+            setState(State::Opening);
+            probe->start();
+        } else {
+            becameOpen(rate);
+        }
+        return;
+    case ModuleSession::OpenFailure::Busy:
+        setState(State::Busy);
+        break;
+    case ModuleSession::OpenFailure::Permission:
+        setState(State::NoPermission);
+        break;
+    case ModuleSession::OpenFailure::Missing:
+    case ModuleSession::OpenFailure::Other:
+        setState(State::Lost);
+        break;
+    }
+    lastWhy = why;
+    scheduleRetry();
+}
+
+void Module::scheduleRetry()
+{
+    // Every second at first, then backing off to kRetryMaxMs.
+    ++retries;
+    const int delay =
+        retries <= 3 ? kRetryFirstMs : qMin(kRetryMaxMs, kRetryFirstMs * (retries - 2));
+    retryTimer->start(delay);
+}
+
+void Module::onProbed(int baud, bool heardBytes)
+{
+    if (baud > 0) {
+        becameOpen(baud);
+        return;
+    }
+    lastWhy = QString("no well-formed frame at any rate (%1)")
+                  .arg(heardBytes ? "bytes came, none of them a frame" : "nothing came");
+    link->close();
+    setState(State::WrongBaud);
+    scheduleRetry();
+}
+
+void Module::becameOpen(int baud)
+{
+    link->discardInput();
+    currentBaud = baud;
+    if (everOpen)
+        counts->countReconnect();
+    everOpen = true;
+    retries = 0;
+    lastFrameMs = QDateTime::currentMSecsSinceEpoch();
+    bytesAtLastFrame = link->bytesRead();
+    silenceTimer->start();
+    setState(State::Open);
+    lastReadAttemptMs = 0;
+    checkSilence();
+}
+
+void Module::onLost()
+{
+    silenceTimer->stop();
+    probe->cancel();
+    queue->portLost();
+    lastWhy = QString("the port %1 went away").arg(port);
+    setState(State::Lost);
+    retries = 0;
+    scheduleRetry();
+}
+
+void Module::onFrame(const QByteArray &frame)
+{
+    if (probe->running())
+        return;
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    lastFrameMs = now;
+    bytesAtLastFrame = link->bytesRead();
+    if (current == State::Silent || current == State::WrongBaud)
+        setState(State::Open);
+    const quint8 code = quint8(frame.at(5));
+    if (code != TargetReport && code != TargetAreaReport)
+        return;
+    counts->countReport(now);
+    QByteArray line;
+    if (!formatter->append(line, now, frame))
+        return;
+    const QJsonObject record = objectOf(line);
+    if (code == TargetReport) {
+        lastTargets = record;
+        emit targetsReport(record);
+    } else {
+        emit areasReport(record);
+    }
+}
+
+void Module::checkSilence()
+{
+    if (!link->isOpen() || probe->running())
+        return;
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    if (now - lastFrameMs >= kSilentMs && (current == State::Open || current == State::Silent)) {
+        // Bytes without a frame: the module talks at another rate.
+        if (link->bytesRead() > bytesAtLastFrame) {
+            setState(State::WrongBaud);
+            if (requestedBaud == QLatin1String("auto")) {
+                // Probe again: the module's rate has changed.
+                silenceTimer->stop();
+                link->close();
+                retries = 0;
+                scheduleRetry();
+                return;
+            }
+        } else {
+            setState(State::Silent);
+        }
+    }
+    // The display type and areas are read once open, and again later when
+    // that found no answer.
+    if (!haveConfig && !reading && writable() &&
+        (lastReadAttemptMs == 0 || now - lastReadAttemptMs >= kReadRetryMs)) {
+        lastReadAttemptMs = now;
+        reading = true;
+        queue->enqueue([this](std::function<void()> finished) {
+            if (!writable()) {
+                reading = false;
+                finished();
+                return;
+            }
+            readBack([this, finished](LinkStatus, const QString &) {
+                reading = false;
+                finished();
+            });
+        });
+    }
+}
+
+bool Module::writable() const
+{
+    return link->isOpen() && !probe->running() &&
+           (current == State::Open || current == State::Silent);
+}
+
+QString Module::noAnswerText(LinkStatus status, const QString &what) const
+{
+    if (status == LinkStatus::Lost)
+        return QString("the port %1 went away while waiting for %2").arg(port, what);
+    QString text = QString("no answer from the module on %1 at %2 baud to %3")
+                       .arg(port)
+                       .arg(currentBaud)
+                       .arg(what);
+    if (queue->tries > 1)
+        text += QString(" (asked %1 times, %2 ms each)").arg(queue->tries).arg(queue->answerMs);
+    return text;
+}
+
+void Module::runSteps(
+    const QList<Step> &steps, int index,
+    std::function<void(LinkStatus, const QString &what, const QString &refused)> then)
+{
+    if (index >= steps.size()) {
+        then(LinkStatus::Ok, QString(), QString());
+        return;
+    }
+    const Step step = steps.at(index);
+    queue->ask(step.code, step.payload,
+               [this, steps, index, step, then](LinkStatus status, const QByteArray &answer) {
+                   if (status != LinkStatus::Ok) {
+                       then(status, step.what, QString());
+                       return;
+                   }
+                   if (step.accepted && !step.accepted(answer)) {
+                       then(LinkStatus::Ok, step.what, step.refused);
+                       return;
+                   }
+                   runSteps(steps, index + 1, then);
+               });
+}
+
+void Module::readBack(std::function<void(LinkStatus, const QString &what)> then)
+{
+    const QString displayWhat = QStringLiteral("the display-type read");
+    queue->ask(ReadTargetShowType, QByteArray(),
+               [this, then, displayWhat](LinkStatus status, const QByteArray &answer) {
+                   if (status != LinkStatus::Ok) {
+                       then(status, displayWhat);
+                       return;
+                   }
+                   const int display = frameformat::decodeShowType(answer);
+                   const QString areasWhat = QStringLiteral("the area read");
+                   queue->ask(ReadArea, QByteArray(),
+                              [this, then, display, areasWhat](LinkStatus status,
+                                                               const QByteArray &answer) {
+                                  if (status == LinkStatus::Ok &&
+                                      answer.size() < frameformat::kReadAreaFrameSize)
+                                      status = LinkStatus::Timeout;
+                                  if (status == LinkStatus::Ok) {
+                                      ModuleAreas held;
+                                      held.display = display;
+                                      held.areas = WireArea::fromReadAnswer(answer);
+                                      takeHeld(held);
+                                  }
+                                  then(status, areasWhat);
+                              });
+               });
+}
+
+void Module::takeHeld(const ModuleAreas &held)
+{
+    const QByteArray json = fileOf(held).toJson();
+    const QByteArray tag =
+        "\"" + QCryptographicHash::hash(json, QCryptographicHash::Sha1).toHex().left(20) + "\"";
+    *this->held = held;
+    if (haveConfig && tag == configTag)
+        return;
+    haveConfig = true;
+    config = objectOf(json);
+    configTag = tag;
+    emit configChanged(config);
+}
+
 QJsonObject Module::status() const
 {
-    return QJsonObject{{"id", moduleId},
-                       {"port", port},
-                       {"baud", requestedBaud},
-                       {"state", stateName(current)},
-                       {"since", stateSince.toString(Qt::ISODateWithMs)}};
+    QJsonObject o{{"id", moduleId},
+                  {"port", port},
+                  {"state", stateName(current)},
+                  {"since", stateSince.toString(Qt::ISODateWithMs)}};
+    if (currentBaud > 0)
+        o["baud"] = currentBaud;
+    else
+        o["baud"] = requestedBaud;
+    if (haveConfig) {
+        o["display"] = AreaFile::displayName(held->display);
+        o["areas"] = config.value("areas");
+    } else {
+        o["display"] = QJsonValue();
+        o["areas"] = QJsonArray();
+    }
+    if (!lastWhy.isEmpty() && current != State::Open)
+        o["why"] = lastWhy;
+    o["stats"] = counts->toJson(link->totals(), QDateTime::currentMSecsSinceEpoch());
+    return o;
 }
 
 QJsonObject Module::areaFile() const
@@ -66,43 +406,165 @@ QByteArray Module::etag() const
 
 qint64 Module::reconnects() const
 {
-    return 0;
+    return counts->reconnects();
 }
 
-namespace
-{
+// --- writes ---------------------------------------------------------------
 
-void notOpen(const Module::Done &done)
+void Module::setAreasText(const QByteArray &text, Done done)
 {
-    WriteResult r;
-    r.kind = WriteResult::NotOpen;
-    r.error = QStringLiteral("the module is not open");
-    done(r);
+    AreaFile file;
+    QString why;
+    if (!AreaFile::parse(text, QLatin1String(kBodyName), &file, &why)) {
+        done(result(WriteResult::Invalid, why + " (nothing was sent)"));
+        return;
+    }
+    enqueueWrite(file, false, std::move(done));
 }
 
-} // namespace
-
-void Module::setAreas(const QJsonObject &, Done done)
+void Module::setAreas(const QJsonObject &areaFile, Done done)
 {
-    notOpen(done);
+    setAreasText(QJsonDocument(areaFile).toJson(), std::move(done));
 }
 
-void Module::setArea(int, const QJsonObject &, Done done)
+void Module::setArea(int number, const QJsonObject &area, Done done)
 {
-    notOpen(done);
+    if (number < 1 || number > 3) {
+        done(result(WriteResult::Invalid,
+                    QString("\"%1\" is not an area number (1, 2 or 3)").arg(number)));
+        return;
+    }
+    // Checked as one entry of an area file, with the file's rules and words.
+    QJsonObject entry = area;
+    entry["number"] = number;
+    const QJsonObject file{{"format", AreaFile::kFormatName},
+                           {"version", AreaFile::kVersion},
+                           {"areas", QJsonArray{entry}}};
+    AreaFile parsed;
+    QString why;
+    if (!AreaFile::parse(QJsonDocument(file).toJson(), QString("area %1").arg(number), &parsed,
+                         &why)) {
+        why.replace(QLatin1String("areas[0]."), QString());
+        why.replace(QLatin1String(": areas[0]:"), QLatin1String(":"));
+        done(result(WriteResult::Invalid, why + " (nothing was sent)"));
+        return;
+    }
+    enqueueWrite(parsed, false, std::move(done));
 }
 
-void Module::cancelArea(int, Done done)
+void Module::cancelArea(int number, Done done)
 {
-    notOpen(done);
+    setArea(number, QJsonObject{{"type", "unset"}}, std::move(done));
 }
 
 void Module::cancelAllAreas(Done done)
 {
-    notOpen(done);
+    AreaFile file;
+    for (int n = 1; n <= 3; ++n) {
+        AreaEntry entry;
+        entry.number = n;
+        entry.kind = AreaEntry::Unset;
+        file.areas.append(entry);
+    }
+    enqueueWrite(file, true, std::move(done));
 }
 
-void Module::setDisplay(const QString &, Done done)
+void Module::setDisplay(const QString &display, Done done)
 {
-    notOpen(done);
+    const int value = AreaFile::displayValue(display);
+    if (value < 0) {
+        done(result(WriteResult::Invalid,
+                    QString("\"%1\" is not a display type (area or track)").arg(display)));
+        return;
+    }
+    AreaFile file;
+    file.hasDisplay = true;
+    file.display = value;
+    enqueueWrite(file, false, std::move(done));
+}
+
+void Module::enqueueWrite(const AreaFile &file, bool cancelAll, Done done)
+{
+    if (!writable()) {
+        done(result(WriteResult::NotOpen,
+                    QString("the module %1 is %2%3; nothing was sent")
+                        .arg(moduleId, stateName(current),
+                             lastWhy.isEmpty() ? QString() : " (" + lastWhy + ")")));
+        return;
+    }
+    QList<Step> steps;
+    if (cancelAll) {
+        steps.append({CancelAllArea, QByteArray(), "cancelling all areas",
+                      "the module refused to cancel the areas (NG)",
+                      [](const QByteArray &a) { return frameformat::decodeResult(a); }});
+    } else {
+        if (file.hasDisplay)
+            steps.append({SetTargetShowType, QByteArray(1, char(file.display)),
+                          "the display-type change",
+                          QString("the module refused display type %1 (NG)")
+                              .arg(AreaFile::displayName(file.display)),
+                          [](const QByteArray &a) { return frameformat::decodeResult(a); }});
+        for (const AreaEntry &entry : file.areas) {
+            if (entry.kind == AreaEntry::Unset)
+                steps.append(
+                    {RepealArea, QByteArray(1, char(entry.number)),
+                     QString("cancelling area %1").arg(entry.number),
+                     QString("the module refused to cancel area %1 (NG)").arg(entry.number),
+                     [](const QByteArray &a) {
+                         return frameformat::decodeRepealAreaResponse(a).ok;
+                     }});
+            else
+                steps.append(
+                    {SetArea, WireArea::requestPayload(entry),
+                     QString("setting area %1").arg(entry.number),
+                     QString("the module refused to set area %1 (NG)").arg(entry.number),
+                     [](const QByteArray &a) { return frameformat::decodeSetAreaResponse(a).ok; }});
+        }
+    }
+    queue->enqueue([this, steps, file, done](std::function<void()> finished) {
+        if (!writable()) {
+            done(result(WriteResult::NotOpen, QString("the module %1 is %2; nothing was sent")
+                                                  .arg(moduleId, stateName(current))));
+            finished();
+            return;
+        }
+        runSteps(steps, 0,
+                 [this, file, done, finished](LinkStatus status, const QString &what,
+                                              const QString &refused) {
+                     if (status != LinkStatus::Ok) {
+                         done(result(status == LinkStatus::Lost ? WriteResult::NotOpen
+                                                                : WriteResult::Timeout,
+                                     noAnswerText(status, what)));
+                         finished();
+                         return;
+                     }
+                     // Whatever the module answered, read back what it holds.
+                     readBack([this, file, done, finished, refused](LinkStatus status,
+                                                                    const QString &what) {
+                         if (status != LinkStatus::Ok) {
+                             done(result(status == LinkStatus::Lost ? WriteResult::NotOpen
+                                                                    : WriteResult::Timeout,
+                                         noAnswerText(status, what)));
+                             finished();
+                             return;
+                         }
+                         WriteResult r;
+                         r.areaFile = config;
+                         if (!refused.isEmpty()) {
+                             r.kind = WriteResult::Refused;
+                             r.error = refused;
+                         } else {
+                             const QStringList diff = AreaDifferences::differences(file, *held);
+                             if (!diff.isEmpty()) {
+                                 r.kind = WriteResult::Mismatch;
+                                 r.error = QStringLiteral(
+                                     "the module answered OK but holds something else");
+                                 r.differences = QJsonArray::fromStringList(diff);
+                             }
+                         }
+                         done(r);
+                         finished();
+                     });
+                 });
+    });
 }

@@ -6,6 +6,8 @@
 // trying when the port is lost or busy. Writes are queued and done one at a
 // time; after each, the areas and the display type are read back.
 
+#include "cli/modulesession.h"
+
 #include <QDateTime>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -13,11 +15,17 @@
 #include <QString>
 
 #include <functional>
+#include <memory>
 
-class ModuleLink;
-class ModuleStats;
-class WriteQueue;
 class AreaFile;
+class ModuleLink;
+class ModuleProbe;
+class ModuleStats;
+class QFileSystemWatcher;
+class QTimer;
+class ReportFormatter;
+class WriteQueue;
+struct ModuleAreas;
 
 // The outcome of one write, handed to its Done callback.
 struct WriteResult {
@@ -81,6 +89,12 @@ public:
     void cancelAllAreas(Done done);
     // "area" or "track"
     void setDisplay(const QString &display, Done done);
+    // setAreas from the raw text of an area file (as a request body carries it), so that
+    // a syntax error is named by line and column as orv-cli names it.
+    void setAreasText(const QByteArray &text, Done done);
+
+    // The name area-file messages give the file a client sent.
+    static const char *const kBodyName;
 
     // How long without a frame makes an open module silent.
     static constexpr int kSilentMs = 3000;
@@ -99,19 +113,50 @@ signals:
     void areasReport(const QJsonObject &record);
 
 private:
+    struct Step;
     void setState(State state);
+    void tryOpen();
+    void scheduleRetry();
+    void onProbed(int baud, bool heardBytes);
+    void becameOpen(int baud);
+    void onLost();
+    void onFrame(const QByteArray &frame);
+    void checkSilence();
+    bool writable() const;
+    void
+    runSteps(const QList<Step> &steps, int index,
+             std::function<void(LinkStatus, const QString &what, const QString &refused)> then);
+    void readBack(std::function<void(LinkStatus, const QString &what)> then);
+    void enqueueWrite(const AreaFile &file, bool cancelAll, Done done);
+    void takeHeld(const ModuleAreas &held);
+    QString noAnswerText(LinkStatus status, const QString &what) const;
 
     QString moduleId;
     QString port;
     QString requestedBaud;
     State current = State::Opening;
     QDateTime stateSince;
+    QString lastWhy; // why the last opening failed
+    int currentBaud = 0;
+    bool everOpen = false;
+    int retries = 0;
+
     ModuleLink *link = nullptr;
-    ModuleStats *counts = nullptr;
+    ModuleProbe *probe = nullptr;
     WriteQueue *queue = nullptr;
+    std::unique_ptr<ModuleStats> counts;
+    std::unique_ptr<ReportFormatter> formatter;
+    QTimer *retryTimer = nullptr;
+    QTimer *silenceTimer = nullptr;
+    QFileSystemWatcher *watcher = nullptr;
+    qint64 lastFrameMs = 0;
+    qint64 bytesAtLastFrame = 0;
+    qint64 lastReadAttemptMs = 0;
+    bool reading = false;
 
     bool haveConfig = false;
-    QJsonObject config; // the area file of what the module holds
+    std::unique_ptr<ModuleAreas> held; // what the module held at the last read
+    QJsonObject config;                // the area file of what the module holds
     QByteArray configTag;
     QJsonObject lastTargets;
 };

@@ -1,0 +1,141 @@
+#include "service/modulelink.h"
+
+#include <QFileInfo>
+
+namespace
+{
+
+// How often the device's path is checked while the port is open.
+constexpr int kDeviceCheckMs = 1000;
+
+void add(FrameStreamStats &sum, const FrameStreamStats &more)
+{
+    sum.frames += more.frames;
+    sum.badSums += more.badSums;
+    sum.skippedBytes += more.skippedBytes;
+}
+
+} // namespace
+
+ModuleLink::ModuleLink(QObject *parent) : QObject(parent)
+{
+    connect(&port, &QSerialPort::readyRead, this, &ModuleLink::readAvailable);
+    connect(&port, &QSerialPort::errorOccurred, this, &ModuleLink::onError);
+    deviceCheck.setInterval(kDeviceCheckMs);
+    connect(&deviceCheck, &QTimer::timeout, this, &ModuleLink::checkDevice);
+}
+
+ModuleSession::OpenFailure ModuleLink::open(const QString &portName, int rate, QString *why)
+{
+    close();
+    name = portName;
+    // orv-cli's session opens and classifies; this link takes the port over
+    // only after that session has let it go, so the two never hold it at once.
+    ModuleSession::OpenFailure failure = ModuleSession::OpenFailure::None;
+    {
+        ModuleSession session;
+        if (!session.open(portName, rate, why, &failure))
+            return failure;
+    }
+    port.setPortName(portName);
+    port.setBaudRate(rate, QSerialPort::AllDirections);
+    port.setDataBits(QSerialPort::Data8);
+    port.setParity(QSerialPort::NoParity);
+    port.setStopBits(QSerialPort::OneStop);
+    port.setFlowControl(QSerialPort::NoFlowControl);
+    if (!port.open(QIODevice::ReadWrite)) {
+        // Taken in the moment between the two openings, or gone.
+        const bool exists = QFileInfo::exists(ModuleSession::devicePath(portName));
+        if (why)
+            *why = QString("cannot open %1: %2").arg(portName, port.errorString());
+        return exists ? ModuleSession::OpenFailure::Busy : ModuleSession::OpenFailure::Missing;
+    }
+    port.setDataTerminalReady(true);
+    baud = rate;
+    deviceCheck.start();
+    return ModuleSession::OpenFailure::None;
+}
+
+void ModuleLink::close()
+{
+    deviceCheck.stop();
+    if (port.isOpen()) {
+        port.clear(QSerialPort::AllDirections);
+        port.close();
+    }
+    add(earlier, decoder.stats());
+    decoder.reset();
+}
+
+bool ModuleLink::setBaudRate(int rate)
+{
+    if (!port.setBaudRate(rate, QSerialPort::AllDirections))
+        return false;
+    baud = rate;
+    return true;
+}
+
+bool ModuleLink::send(quint8 code, const QByteArray &payload)
+{
+    if (!port.isOpen())
+        return false;
+    const QByteArray frame = frameformat::buildFrame(code, payload);
+    return port.write(frame) == frame.size();
+}
+
+void ModuleLink::discardInput()
+{
+    if (port.isOpen()) {
+        port.clear(QSerialPort::Input);
+        port.readAll();
+    }
+    add(earlier, decoder.stats());
+    decoder.reset();
+}
+
+FrameStreamStats ModuleLink::totals() const
+{
+    FrameStreamStats sum = earlier;
+    add(sum, decoder.stats());
+    return sum;
+}
+
+void ModuleLink::readAvailable()
+{
+    const QByteArray bytes = port.readAll();
+    if (bytes.isEmpty())
+        return;
+    totalBytes += bytes.size();
+    decoder.feed(bytes.constData(), bytes.size(), [this](frameformat::ByteView frame) {
+        emit frameReceived(QByteArray(frame.data(), frame.size()));
+    });
+}
+
+void ModuleLink::onError(QSerialPort::SerialPortError error)
+{
+    if (error == QSerialPort::NoError || !port.isOpen())
+        return;
+    if (error == QSerialPort::ResourceError || error == QSerialPort::DeviceNotFoundError) {
+        goneAway();
+        return;
+    }
+    // A pseudo-terminal whose other side has closed reads as an error each
+    // time: a device that is gone is lost, anything else is passed over.
+    if (!QFileInfo::exists(ModuleSession::devicePath(name))) {
+        goneAway();
+        return;
+    }
+    port.clearError();
+}
+
+void ModuleLink::checkDevice()
+{
+    if (port.isOpen() && !QFileInfo::exists(ModuleSession::devicePath(name)))
+        goneAway();
+}
+
+void ModuleLink::goneAway()
+{
+    close();
+    emit lost();
+}
