@@ -4,7 +4,7 @@
 import { Api, EventStream } from './api.js';
 import { diffAreaFiles, downloadName, entryOf, entryText, readAreaFile, truncations } from './areafile.js';
 import { AreaEditor, hitTest } from './editor.js';
-import { Plane, sendable } from './geometry.js';
+import { Plane } from './geometry.js';
 import { I18n, pickLanguage } from './i18n.js';
 import { drawPlane, targetLabel } from './render.js';
 import { FrameScheduler } from './scheduler.js';
@@ -35,7 +35,8 @@ const state = {
 let stream = null;
 const canvas = $('plane');
 const ctx = canvas.getContext('2d');
-let touchSeen = false;
+let touchSeen = window.matchMedia('(pointer: coarse)').matches;
+let fadeTimer = null;
 
 function draw() {
     const now = performance.now();
@@ -52,9 +53,12 @@ function draw() {
     $('targets').textContent = state.targets.length
         ? `${i18n.t('targets')}: ${state.targets.map((t, k) => targetLabel(k, t)).join('  ')}`
         : i18n.t('noTargets');
-    // Fading trails need frames while they last.
-    if ($('trails').checked && trails.tracks.some((t) => t && t.length))
-        scheduler.invalidate();
+    // Fading trails need redraws while they last, ten a second is enough.
+    if ($('trails').checked && trails.tracks.some((t) => t && t.length) && !fadeTimer)
+        fadeTimer = setTimeout(() => {
+            fadeTimer = null;
+            scheduler.invalidate();
+        }, 100);
 }
 
 const scheduler = new FrameScheduler(draw);
@@ -258,7 +262,7 @@ function apply() {
     const number = editor.number;
     const draft = editor.rect ? { ...editor.rect } : null;
     const type = editor.type;
-    const body = editor.request(sendable);
+    const body = editor.request();
     write((etag) => api.putArea(state.id, number, body, etag), (file) => {
         const held = entryOf(file, number) || { type: 'unset' };
         message(i18n.t('held', number, entryText(held)));

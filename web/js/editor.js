@@ -202,13 +202,13 @@ export class AreaEditor {
     }
 
     // The body of PUT /api/modules/ID/areas/N for the draft.
-    request(sendable = (v) => v) {
+    request() {
         if (this.type === 'unset' || !this.rect)
             return { type: 'unset' };
         return {
             type: this.type,
-            from: [sendable(this.rect.left), sendable(this.rect.top)],
-            to: [sendable(this.rect.right), sendable(this.rect.bottom)],
+            from: [this.rect.left, this.rect.top],
+            to: [this.rect.right, this.rect.bottom],
         };
     }
 }

@@ -15,7 +15,8 @@ export function snap(v) {
 }
 
 // The decimetres the module keeps for a coordinate: the value times ten,
-// truncated toward zero, computed in doubles as the service computes it.
+// truncated toward zero, computed in doubles as the service computes it. A
+// whole number of decimetres (as the plane's drags give) is kept exactly.
 export function wireDecimetres(metres) {
     return Math.trunc(metres * 10);
 }
@@ -23,19 +24,6 @@ export function wireDecimetres(metres) {
 export function wireMetres(metres) {
     const r = wireDecimetres(metres) / 10;
     return Object.is(r, -0) ? 0 : r;
-}
-
-// A value to send for metres so that the module keeps what it shows: a whole
-// number of decimetres such as 2.3 becomes 22.999... after times ten and
-// would be truncated to 2.2, so such values are nudged by a thousandth of a
-// decimetre away from zero. Other values go as they are.
-export function sendable(metres) {
-    const d = Math.round(metres * 10);
-    if (Math.abs(metres * 10 - d) > 1e-6)
-        return metres;
-    if (Math.trunc((d / 10) * 10) === d)
-        return d / 10;
-    return (d + Math.sign(d) * 0.001) / 10;
 }
 
 // A rectangle in metres, sides ordered: left < right, top > bottom.
