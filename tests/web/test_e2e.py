@@ -1,0 +1,340 @@
+"""The page against the real service: orv-cli serve owning radar-sim's
+pseudo-terminal, driven in headless Chromium.
+
+- the page shows the simulated people where radar-sim puts them;
+- a real pointer drag on the plane draws an area and Apply sets it (checked
+  through the API's read-back of the module);
+- typed corners show the decimetre truncation the module applies;
+- a change made through the API appears without a reload, and an Apply on
+  the state before it is refused as stale, nothing sent;
+- the stream survives a restart of the service and says it reconnects;
+- at 360x740 with touch: no sideways scrolling, touch targets of 40 px or
+  more, a touch drag draws an area.
+Screenshots at desktop and phone size go to --shots."""
+
+import argparse
+import json
+import os
+import re
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import urllib.error
+import urllib.request
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import browser  # noqa: E402
+from browser import wait_for  # noqa: E402
+
+# Where radar-sim holds its people (metres) and the area it starts with.
+PEOPLE = [(1.5, 2.5), (-3.0, 5.0)]
+START_AREA = '1,0,-7.0,7.5,-5.0,6.0'
+
+
+def free_port():
+    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as s:
+        s.bind(('127.0.0.1', 0))
+        return s.getsockname()[1]
+
+
+def read_line(process, what, timeout=30):
+    """The first line of the process's standard output, with a bound."""
+    import selectors
+    sel = selectors.DefaultSelector()
+    sel.register(process.stdout, selectors.EVENT_READ)
+    if not sel.select(timeout):
+        raise AssertionError('%s printed nothing within %d s' % (what, timeout))
+    line = process.stdout.readline()
+    if not line:
+        raise AssertionError('%s ended: %s' % (what, process.stderr.read() if process.stderr else ''))
+    return line.strip()
+
+
+class Service:
+    def __init__(self, orv_cli, pty, port, token_file):
+        self.args = [orv_cli, 'serve', '--port', 'sim=' + pty, '--listen', '127.0.0.1:%d' % port,
+                     '--token-file', token_file]
+        self.process = None
+        self.url = None
+
+    def start(self):
+        self.process = subprocess.Popen(self.args, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                        text=True)
+        line = read_line(self.process, 'orv-cli serve')
+        match = re.search(r'(http://\S+)', line)
+        assert match, 'no URL in the start line: %r' % line
+        self.url = match.group(1)
+        assert 'token=' in self.url, 'no token in %r' % self.url
+        return self.url
+
+    def stop(self):
+        if self.process and self.process.poll() is None:
+            self.process.send_signal(signal.SIGTERM)
+            try:
+                self.process.wait(10)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+                self.process.wait()
+                raise AssertionError('orv-cli serve did not stop on SIGTERM')
+
+
+class Api:
+    def __init__(self, base, token):
+        self.base = base
+        self.token = token
+
+    def call(self, method, path, body=None):
+        data = None if body is None else json.dumps(body).encode()
+        request = urllib.request.Request(self.base + path, data=data, method=method)
+        request.add_header('Authorization', 'Bearer ' + self.token)
+        if data is not None:
+            request.add_header('Content-Type', 'application/json')
+        try:
+            with urllib.request.urlopen(request, timeout=10) as response:
+                return response.status, json.loads(response.read() or b'null'), response.headers
+        except urllib.error.HTTPError as e:
+            return e.code, json.loads(e.read() or b'null'), e.headers
+
+    def area(self, number):
+        status, body, _ = self.call('GET', '/api/modules/sim/areas')
+        assert status == 200, (status, body)
+        return next((a for a in body['areas'] if a['number'] == number), None)
+
+
+def js(driver, script, *args):
+    return driver.execute_script(script, *args)
+
+
+def canvas_pixel(driver, x, y, dx=0, dy=0):
+    """The canvas's colour at a point in metres (plus dx, dy CSS pixels),
+    from the page's own mapping."""
+    return js(driver, '''
+        const page = window.orvPage, canvas = document.getElementById('plane');
+        const p = page.plane.toPixel(arguments[0], arguments[1]);
+        const r = canvas.width / canvas.clientWidth;
+        const x = Math.round((p.x + arguments[2]) * r), y = Math.round((p.y + arguments[3]) * r);
+        return Array.from(canvas.getContext('2d').getImageData(x, y, 1, 1).data);
+    ''', x, y, dx, dy)
+
+
+def element_offset(driver, x, y):
+    """Offset from the canvas's centre (Selenium's origin for an element) of a
+    point in metres."""
+    return js(driver, '''
+        const page = window.orvPage, canvas = document.getElementById('plane');
+        const p = page.plane.toPixel(arguments[0], arguments[1]);
+        return [Math.round(p.x - canvas.clientWidth / 2), Math.round(p.y - canvas.clientHeight / 2)];
+    ''', x, y)
+
+
+def drag(driver, start, end, touch=False):
+    from selenium.webdriver.common.action_chains import ActionChains
+    from selenium.webdriver.common.actions import interaction
+    from selenium.webdriver.common.actions.action_builder import ActionBuilder
+    from selenium.webdriver.common.actions.pointer_input import PointerInput
+    from selenium.webdriver.common.by import By
+
+    canvas = driver.find_element(By.ID, 'plane')
+    js(driver, 'arguments[0].scrollIntoView({block: "center"})', canvas)
+    a = element_offset(driver, *start)
+    b = element_offset(driver, *end)
+    if not touch:
+        (ActionChains(driver).move_to_element_with_offset(canvas, a[0], a[1]).click_and_hold()
+         .move_by_offset((b[0] - a[0]) // 2, (b[1] - a[1]) // 2)
+         .move_by_offset(b[0] - a[0] - (b[0] - a[0]) // 2, b[1] - a[1] - (b[1] - a[1]) // 2)
+         .release().perform())
+        return
+    actions = ActionBuilder(driver, mouse=PointerInput(interaction.POINTER_TOUCH, 'finger'))
+    actions.pointer_action.move_to(canvas, a[0], a[1]).pointer_down()
+    for k in range(1, 6):
+        actions.pointer_action.move_to(canvas, a[0] + (b[0] - a[0]) * k // 5, a[1] + (b[1] - a[1]) * k // 5)
+    actions.pointer_action.pointer_up()
+    actions.perform()
+
+
+def click(driver, selector):
+    from selenium.webdriver.common.by import By
+    element = driver.find_element(By.CSS_SELECTOR, selector)
+    js(driver, 'arguments[0].scrollIntoView({block: "center"})', element)
+    element.click()
+
+
+def message(driver):
+    return js(driver, 'return document.getElementById("message").textContent')
+
+
+def page_area(driver, number):
+    return js(driver, '''
+        const c = window.orvPage.state.config;
+        return c ? c.areas.find((a) => a.number === arguments[0]) || null : null;''', number)
+
+
+def wait_page_ready(driver):
+    wait_for('the page to show the module open and both people',
+             lambda: js(driver, '''
+                const s = window.orvPage && window.orvPage.state;
+                return s && s.status && s.status.state === 'open' && s.config && s.targets.length === 2
+                    && document.getElementById('stream').dataset.stream === 'open';'''), timeout=60)
+
+
+def check_people(driver):
+    targets = js(driver, 'return window.orvPage.state.targets')
+    shown = sorted((round(t[0], 1), round(t[1], 1)) for t in targets)
+    assert shown == sorted(PEOPLE), 'page holds %r, radar-sim has %r' % (shown, PEOPLE)
+    text = js(driver, 'return document.getElementById("targets").textContent')
+    for x, y in PEOPLE:
+        assert '(%.1f,%.1f)' % (x, y) in text, 'no label for %r in %r' % ((x, y), text)
+        # The disc is drawn in the target colour at the person's place.
+        pixel = wait_for('the disc at %r' % ((x, y),), lambda: (lambda p: p if p[:3] == [0, 255, 100] else None)(
+            canvas_pixel(driver, x, y, 2, 3)), timeout=10)
+        assert pixel[:3] == [0, 255, 100], pixel
+
+
+def desktop(args, api, service, shots):
+    driver = browser.start_browser(1280, 860)
+    try:
+        driver.get(service.url)
+        wait_page_ready(driver)
+        check_people(driver)
+        # The start area is drawn in the detection colour.
+        px = canvas_pixel(driver, -6.0, 6.5)
+        assert px[2] > px[1] + 40, 'area 1 not drawn in its colour: %r' % px
+
+        # A drag draws area 2; Apply sets it on the module.
+        click(driver, '#area-number button[data-number="2"]')
+        drag(driver, (-1.0, 4.0), (2.0, 1.0))
+        assert js(driver, 'return window.orvPage.editor.rect') == {
+            'left': -1, 'right': 2, 'top': 4, 'bottom': 1}, js(driver, 'return window.orvPage.editor.rect')
+        click(driver, '#apply')
+        wait_for('the read-back of area 2', lambda: 'area 2' in message(driver) and 'detect' in message(driver))
+        held = api.area(2)
+        assert held == {'number': 2, 'type': 'detect', 'from': [-1, 4], 'to': [2, 1]}, held
+
+        # Typed corners: the module keeps decimetres (1.55 -> 1.5), and the
+        # page says so.
+        click(driver, '#area-number button[data-number="3"]')
+        from selenium.webdriver.common.by import By
+        for field, value in (('x1', '3.0'), ('y1', '1.55'), ('x2', '5.0'), ('y2', '0.5')):
+            element = driver.find_element(By.ID, field)
+            element.clear()
+            element.send_keys(value)
+        driver.find_element(By.ID, 'y2').send_keys('\t')
+        click(driver, '#apply')
+        wait_for('the truncation note', lambda: '1.55' in message(driver) and '1.5' in message(driver))
+        held = api.area(3)
+        assert held['from'] == [3, 1.5] and held['to'] == [5, 0.5], held
+
+        # A change through the API appears without a reload.
+        status, body, _ = api.call('PUT', '/api/modules/sim/areas/3',
+                                   {'type': 'exclude', 'from': [4.0, 7.0], 'to': [6.0, 5.0]})
+        assert status == 200, (status, body)
+        wait_for('the API change in the page', lambda: page_area(driver, 3) == {
+            'number': 3, 'type': 'exclude', 'from': [4, 7], 'to': [6, 5]})
+        wait_for('area 3 drawn in the exclusion colour',
+                 lambda: (lambda p: p[1] > p[0] + 40)(canvas_pixel(driver, 5.0, 6.0)), timeout=10)
+
+        # Stale: the page edits area 2, the API changes it meanwhile; Apply
+        # is refused and offers a reload, the module keeps the API's area.
+        click(driver, '#area-number button[data-number="2"]')
+        drag(driver, (-1.0, 4.0), (0.0, 5.0))  # move by (+1, +1)
+        status, body, _ = api.call('PUT', '/api/modules/sim/areas/2',
+                                   {'type': 'detect', 'from': [-4.0, 3.0], 'to': [-3.0, 2.0]})
+        assert status == 200, (status, body)
+        wait_for('the page to notice the change',
+                 lambda: js(driver, 'return !document.getElementById("stale").hidden'))
+        click(driver, '#apply')
+        wait_for('the stale refusal', lambda: 'nothing was sent' in js(
+            driver, 'return document.getElementById("stale").textContent'))
+        assert api.area(2) == {'number': 2, 'type': 'detect', 'from': [-4, 3], 'to': [-3, 2]}, api.area(2)
+        click(driver, '#reload')
+        wait_for('the reload', lambda: js(driver, 'return window.orvPage.editor.rect') == {
+            'left': -4, 'right': -3, 'top': 3, 'bottom': 2})
+
+        driver.save_screenshot(os.path.join(shots, 'serve-desktop.png'))
+
+        # The service restarts: the page says it reconnects, then is live again.
+        service.stop()
+        wait_for('the reconnecting note', lambda: js(
+            driver, 'return document.getElementById("stream").dataset.stream') == 'reconnecting')
+        service.start()
+        wait_page_ready(driver)
+        status, body, _ = api.call('DELETE', '/api/modules/sim/areas/1')
+        assert status == 200, (status, body)
+        wait_for('a change after the restart', lambda: page_area(driver, 1) == {'number': 1, 'type': 'unset'})
+    finally:
+        driver.quit()
+
+
+def phone(args, api, service, shots):
+    driver = browser.start_browser(360, 740, phone=True)
+    try:
+        driver.get(service.url)
+        wait_page_ready(driver)
+        check_people(driver)
+        assert js(driver, 'return window.innerWidth') == 360
+        width = js(driver, 'return document.documentElement.scrollWidth')
+        assert width <= 360, 'sideways scrolling: the page is %d px wide' % width
+        small = js(driver, '''
+            const out = [];
+            for (const el of document.querySelectorAll('button, select, input, a, label.button, label.check')) {
+                const r = el.getBoundingClientRect();
+                const hidden = el.offsetParent === null || el.classList.contains('hidden-file')
+                    || (el.type === 'checkbox');
+                if (!hidden && (r.width < 40 || r.height < 40))
+                    out.push(`${el.id || el.textContent.trim()}: ${r.width}x${r.height}`);
+            }
+            return out;''')
+        assert not small, 'touch targets under 40 px: %r' % small
+        driver.save_screenshot(os.path.join(shots, 'serve-phone.png'))
+
+        # A touch drag draws area 1 and Apply sets it.
+        click(driver, '#area-number button[data-number="1"]')
+        drag(driver, (-6.0, 7.0), (-4.0, 5.0), touch=True)
+        assert js(driver, 'return window.orvPage.editor.rect') == {
+            'left': -6, 'right': -4, 'top': 7, 'bottom': 5}, js(driver, 'return window.orvPage.editor.rect')
+        click(driver, '#apply')
+        wait_for('the read-back of area 1', lambda: 'area 1' in message(driver))
+        assert api.area(1) == {'number': 1, 'type': 'detect', 'from': [-6, 7], 'to': [-4, 5]}, api.area(1)
+        width = js(driver, 'return document.documentElement.scrollWidth')
+        assert width <= 360, 'sideways scrolling after editing: %d px' % width
+    finally:
+        driver.quit()
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument('--orv-cli', required=True)
+    parser.add_argument('--radar-sim', required=True)
+    parser.add_argument('--shots', required=True)
+    args = parser.parse_args()
+    browser.skip_without_chromium()
+    os.makedirs(args.shots, exist_ok=True)
+    work = tempfile.mkdtemp(prefix='orv-web-e2e-')
+    sim = subprocess.Popen([args.radar_sim, '--rate', '10', '--area', START_AREA]
+                           + sum((['--fixed', '%s,%s' % p] for p in PEOPLE), []),
+                           stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    service = None
+    try:
+        pty = read_line(sim, 'radar-sim')
+        port = free_port()
+        service = Service(args.orv_cli, pty, port, os.path.join(work, 'token'))
+        service.start()
+        token = re.search(r'token=([^&\s]+)', service.url).group(1)
+        api = Api('http://127.0.0.1:%d' % port, token)
+        wait_for('the module to be open', lambda: api.call('GET', '/api/modules/sim')[1].get('state') == 'open',
+                 timeout=60)
+        desktop(args, api, service, args.shots)
+        phone(args, api, service, args.shots)
+    finally:
+        if service:
+            service.stop()
+        sim.terminate()
+        sim.wait(10)
+    print('page end to end: all checks passed')
+    return 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())
