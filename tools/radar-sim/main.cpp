@@ -1,5 +1,6 @@
 // radar-sim: plays the radar module on a pseudo-terminal or a serial port.
 
+#include "tools/radar-sim/portlink.h"
 #include "tools/radar-sim/ptyport.h"
 #include "tools/radar-sim/replaylog.h"
 #include "tools/radar-sim/serialdeviceport.h"
@@ -57,6 +58,13 @@ int main(int argc, char *argv[])
     SimRunner runner(options, std::move(port));
     runner.setReplay(replay);
     if (!runner.start(&error)) {
+        std::fprintf(stderr, "radar-sim: %s\n", qPrintable(error));
+        return 1;
+    }
+    // Removed when main() returns, however the run ended (SIGINT, SIGTERM,
+    // --disconnect-after, the port lost).
+    PortLink link;
+    if (!options.link.isEmpty() && !link.create(options.link, runner.simPort()->name(), &error)) {
         std::fprintf(stderr, "radar-sim: %s\n", qPrintable(error));
         return 1;
     }

@@ -32,6 +32,7 @@ struct SimOptions {
     bool baudNg = false;         // answer every baud-rate change with NG
     bool anyBaud = false;        // answer whatever rate the other side chose
     QString replayFile;          // diagnostic log to play back
+    QString link;                // symbolic link to the port, kept while running
     bool verbose = false;        // requests and answers on stderr
     bool help = false;           // --help was asked for
     int gapMs = 5;               // pause after each frame
