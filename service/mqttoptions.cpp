@@ -68,9 +68,16 @@ QString MqttOptions::displayUrl() const
 
 bool parseMqttUrl(const QString &url, MqttOptions *options, QString *error)
 {
-    auto fail = [error, &url](const QString &why) {
+    // Messages show the URL with any password blotted out.
+    QString shown = url;
+    const int schemeEnd = shown.indexOf(QStringLiteral("://"));
+    const int atSign = shown.lastIndexOf(QLatin1Char('@'));
+    const int colon = schemeEnd >= 0 ? shown.indexOf(QLatin1Char(':'), schemeEnd + 3) : -1;
+    if (schemeEnd >= 0 && atSign > colon && colon > 0)
+        shown.replace(colon + 1, atSign - colon - 1, QStringLiteral("***"));
+    auto fail = [error, &shown](const QString &why) {
         if (error)
-            *error = QStringLiteral("--mqtt %1: %2").arg(url, why);
+            *error = QStringLiteral("--mqtt %1: %2").arg(shown, why);
         return false;
     };
     QString rest;
