@@ -13,7 +13,8 @@
 #define ORV_VERSION "0"
 #endif
 
-namespace {
+namespace
+{
 
 void sayOnStderr(const QString &text)
 {
@@ -50,16 +51,21 @@ MqttBridge::MqttBridge(Module *module, const MqttOptions &options, QObject *pare
 
     connect(client, &MqttClient::connected, this, &MqttBridge::publishAll);
     connect(client, &MqttClient::messageReceived, this, &MqttBridge::handleMessage);
-    connect(client, &MqttClient::stateChanged, this,
-            [this](MqttClient::State state) { emit connectionStateChanged(MqttClient::stateName(state)); });
+    connect(client, &MqttClient::stateChanged, this, [this](MqttClient::State state) {
+        emit connectionStateChanged(MqttClient::stateName(state));
+    });
 
     topics.status(module->status());
     topics.config(module->areaFile());
-    connect(module, &Module::statusChanged, this, [this](const QJsonObject &status) { publish(topics.status(status)); });
-    connect(module, &Module::configChanged, this, [this](const QJsonObject &file) { publish(topics.config(file)); });
-    connect(module, &Module::targetsReport, this,
-            [this](const QJsonObject &record) { publish(topics.targets(record, clock.elapsed())); });
-    connect(module, &Module::areasReport, this, [this](const QJsonObject &record) { publish(topics.areas(record)); });
+    connect(module, &Module::statusChanged, this,
+            [this](const QJsonObject &status) { publish(topics.status(status)); });
+    connect(module, &Module::configChanged, this,
+            [this](const QJsonObject &file) { publish(topics.config(file)); });
+    connect(module, &Module::targetsReport, this, [this](const QJsonObject &record) {
+        publish(topics.targets(record, clock.elapsed()));
+    });
+    connect(module, &Module::areasReport, this,
+            [this](const QJsonObject &record) { publish(topics.areas(record)); });
 }
 
 MqttBridge::~MqttBridge() = default;
@@ -95,7 +101,8 @@ void MqttBridge::publishAll()
 
 void MqttBridge::answer(const QString &request, bool ok, const QString &error)
 {
-    client->publish(MqttMessage{topics.topics().result(), mqttpayload::result(request, ok, error), false}, 1);
+    client->publish(
+        MqttMessage{topics.topics().result(), mqttpayload::result(request, ok, error), false}, 1);
 }
 
 void MqttBridge::handleMessage(const QString &topic, const QByteArray &payload)
@@ -143,14 +150,17 @@ void MqttBridge::handleMessage(const QString &topic, const QByteArray &payload)
         module->setArea(target, request.area, done);
 }
 
-QList<MqttBridge *> startMqtt(const QList<Module *> &modules, const MqttOptions &options, QObject *parent)
+QList<MqttBridge *> startMqtt(const QList<Module *> &modules, const MqttOptions &options,
+                              QObject *parent)
 {
     QList<MqttBridge *> bridges;
     for (Module *module : modules) {
         auto *bridge = new MqttBridge(module, options, parent);
         const QString name = module->id();
         QObject::connect(bridge->findChild<MqttClient *>(), &MqttClient::problem, bridge,
-                         [name](const QString &text) { sayOnStderr(QStringLiteral("MQTT %1: %2").arg(name, text)); });
+                         [name](const QString &text) {
+                             sayOnStderr(QStringLiteral("MQTT %1: %2").arg(name, text));
+                         });
         bridge->start();
         bridges << bridge;
     }
@@ -166,12 +176,14 @@ int runMqttForget(const MqttOptions &options, const QString &id, int timeoutMs)
 
     // A client id of its own, so a service still running for ID keeps its
     // connection.
-    MqttClient client(options, options.clientIdFor(id) + QStringLiteral("-forget"), MqttMessage(), QStringList());
+    MqttClient client(options, options.clientIdFor(id) + QStringLiteral("-forget"), MqttMessage(),
+                      QStringList());
     QEventLoop loop;
     bool published = false;
     bool done = false;
     QString lastProblem;
-    QObject::connect(&client, &MqttClient::problem, &loop, [&lastProblem](const QString &text) { lastProblem = text; });
+    QObject::connect(&client, &MqttClient::problem, &loop,
+                     [&lastProblem](const QString &text) { lastProblem = text; });
     QObject::connect(&client, &MqttClient::connected, &loop, [&] {
         if (published)
             return;
@@ -196,7 +208,8 @@ int runMqttForget(const MqttOptions &options, const QString &id, int timeoutMs)
     if (!done) {
         sayOnStderr(QStringLiteral("MQTT: could not clear module %1 on %2: %3")
                         .arg(id, options.displayUrl(),
-                             lastProblem.isEmpty() ? QStringLiteral("no answer from the broker") : lastProblem));
+                             lastProblem.isEmpty() ? QStringLiteral("no answer from the broker")
+                                                   : lastProblem));
         return 1;
     }
     std::printf("Cleared module %s's discovery and retained topics on %s.\n", qPrintable(id),

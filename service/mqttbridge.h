@@ -58,7 +58,8 @@ private:
 
 // Starts one bridge per module (parented to parent) and says each change of
 // a broker connection on standard error.
-QList<MqttBridge *> startMqtt(const QList<Module *> &modules, const MqttOptions &options, QObject *parent);
+QList<MqttBridge *> startMqtt(const QList<Module *> &modules, const MqttOptions &options,
+                              QObject *parent);
 
 // orv-cli serve --mqtt URL --forget ID: clears module ID's discovery configs
 // and retained topics on the broker (empty retained payloads) and returns

@@ -16,7 +16,8 @@
 #include <mutex>
 #include <thread>
 
-namespace {
+namespace
+{
 
 constexpr int kKeepAliveSeconds = 30;
 constexpr int kLoopTimeoutMs = 200;
@@ -35,7 +36,8 @@ QString describe(int rc, int savedErrno)
     if (rc == MOSQ_ERR_EAI)
         return QStringLiteral("the host name does not resolve");
     if (rc == MOSQ_ERR_TLS)
-        return QStringLiteral("TLS handshake failed (is the broker's certificate trusted by --mqtt-ca or the system?)");
+        return QStringLiteral("TLS handshake failed (is the broker's certificate trusted by "
+                              "--mqtt-ca or the system?)");
     if (rc == MOSQ_ERR_CONN_LOST)
         return QStringLiteral("connection lost");
     if (rc == MOSQ_ERR_KEEPALIVE)
@@ -56,14 +58,13 @@ struct MqttClient::Shared {
     std::thread thread;
     std::mutex mutex;
     std::condition_variable wake;
-    std::atomic<bool> stopping{false};  // end the thread
+    std::atomic<bool> stopping{false};   // end the thread
     std::atomic<bool> disconnect{false}; // send DISCONNECT first (a clean stop)
     std::atomic<bool> connected{false};
     int connackCode = 0; // set by the connect callback, read on the thread
 
     void run();
-    template<typename F>
-    void post(F &&f)
+    template <typename F> void post(F &&f)
     {
         QPointer<MqttClient> target = owner;
         if (target)
@@ -73,7 +74,8 @@ struct MqttClient::Shared {
     bool pause(int ms)
     {
         std::unique_lock<std::mutex> lock(mutex);
-        wake.wait_for(lock, std::chrono::milliseconds(ms), [this] { return stopping || disconnect; });
+        wake.wait_for(lock, std::chrono::milliseconds(ms),
+                      [this] { return stopping || disconnect; });
         return !stopping && !disconnect;
     }
 };
@@ -112,18 +114,20 @@ MqttClient::MqttClient(const MqttOptions &options, const QString &clientId, cons
     mosquitto_threaded_set(mosq, true);
     mosquitto_int_option(mosq, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V311);
     if (!options.user.isEmpty()) {
-        mosquitto_username_pw_set(mosq, options.user.toUtf8().constData(),
-                                  options.password.isEmpty() ? nullptr : options.password.toUtf8().constData());
+        mosquitto_username_pw_set(
+            mosq, options.user.toUtf8().constData(),
+            options.password.isEmpty() ? nullptr : options.password.toUtf8().constData());
     }
     if (!will.topic.isEmpty()) {
-        mosquitto_will_set(mosq, will.topic.toUtf8().constData(), will.payload.size(), will.payload.constData(), 1,
-                           will.retain);
+        mosquitto_will_set(mosq, will.topic.toUtf8().constData(), will.payload.size(),
+                           will.payload.constData(), 1, will.retain);
     }
     if (options.tls) {
         if (options.caFile.isEmpty())
             mosquitto_int_option(mosq, MOSQ_OPT_TLS_USE_OS_CERTS, 1);
         else
-            mosquitto_tls_set(mosq, options.caFile.toLocal8Bit().constData(), nullptr, nullptr, nullptr, nullptr);
+            mosquitto_tls_set(mosq, options.caFile.toLocal8Bit().constData(), nullptr, nullptr,
+                              nullptr, nullptr);
     }
 
     mosquitto_connect_callback_set(mosq, [](mosquitto *m, void *data, int rc) {
@@ -146,7 +150,8 @@ MqttClient::MqttClient(const MqttOptions &options, const QString &clientId, cons
                 target->onPublished(mid);
         });
     });
-    mosquitto_message_callback_set(mosq, [](mosquitto *, void *data, const mosquitto_message *message) {
+    mosquitto_message_callback_set(mosq, [](mosquitto *, void *data,
+                                            const mosquitto_message *message) {
         auto *s = static_cast<Shared *>(data);
         const QString topic = QString::fromUtf8(message->topic);
         const QByteArray payload(static_cast<const char *>(message->payload), message->payloadlen);
@@ -186,7 +191,8 @@ void MqttClient::Shared::run()
         errno = 0;
         int rc = mosquitto_connect(mosq, host.toUtf8().constData(), port, kKeepAliveSeconds);
         if (rc != MOSQ_ERR_SUCCESS) {
-            const QString text = QStringLiteral("cannot connect to %1: %2").arg(where, describe(rc, errno));
+            const QString text =
+                QStringLiteral("cannot connect to %1: %2").arg(where, describe(rc, errno));
             post([target = owner, text] {
                 if (target)
                     target->onFailure(false, text);
@@ -212,16 +218,18 @@ void MqttClient::Shared::run()
             if (stopping || disconnect)
                 break;
             if (connackCode != 0) {
-                const QString text = QStringLiteral("the broker at %1 refused the connection: %2")
-                                         .arg(where, QString::fromUtf8(mosquitto_connack_string(connackCode))
-                                                         .remove(QStringLiteral("Connection Refused: "))
-                                                         .remove(QLatin1Char('.')));
+                const QString text =
+                    QStringLiteral("the broker at %1 refused the connection: %2")
+                        .arg(where, QString::fromUtf8(mosquitto_connack_string(connackCode))
+                                        .remove(QStringLiteral("Connection Refused: "))
+                                        .remove(QLatin1Char('.')));
                 post([target = owner, text] {
                     if (target)
                         target->onFailure(true, text);
                 });
             } else {
-                const QString text = QStringLiteral("connection to %1 ended: %2").arg(where, describe(rc, savedErrno));
+                const QString text = QStringLiteral("connection to %1 ended: %2")
+                                         .arg(where, describe(rc, savedErrno));
                 post([target = owner, text] {
                     if (target)
                         target->onFailure(false, text);
@@ -243,7 +251,8 @@ void MqttClient::onConnected()
     pending.clear();
     if (current != State::Connected) {
         current = State::Connected;
-        emit problem(QStringLiteral("connected to %1").arg(shared->host + QLatin1Char(':') + QString::number(shared->port)));
+        emit problem(QStringLiteral("connected to %1")
+                         .arg(shared->host + QLatin1Char(':') + QString::number(shared->port)));
         emit stateChanged(current);
     }
     emit connected();
@@ -277,8 +286,9 @@ bool MqttClient::publish(const MqttMessage &message, int qos)
     if (current != State::Connected || !shared->mosq)
         return false;
     int mid = 0;
-    const int rc = mosquitto_publish(shared->mosq, &mid, message.topic.toUtf8().constData(), message.payload.size(),
-                                     message.payload.constData(), qos, message.retain);
+    const int rc =
+        mosquitto_publish(shared->mosq, &mid, message.topic.toUtf8().constData(),
+                          message.payload.size(), message.payload.constData(), qos, message.retain);
     if (rc != MOSQ_ERR_SUCCESS)
         return false;
     if (qos > 0)

@@ -5,19 +5,22 @@
 #include <QJsonArray>
 #include <QJsonObject>
 
-MqttDiscovery MqttDiscovery::forModule(const MqttOptions &options, const QString &id, const QString &version)
+MqttDiscovery MqttDiscovery::forModule(const MqttOptions &options, const QString &id,
+                                       const QString &version)
 {
-    return MqttDiscovery{options.discoveryPrefix, options.base, id, options.clientIdFor(id), version};
+    return MqttDiscovery{options.discoveryPrefix, options.base, id, options.clientIdFor(id),
+                         version};
 }
 
 QList<MqttMessage> MqttDiscovery::configs() const
 {
     const MqttTopics topics(base, id);
-    const QJsonObject device{{QStringLiteral("identifiers"), QJsonArray{nodeId}},
-                             {QStringLiteral("name"), QStringLiteral("orv ") + id},
-                             {QStringLiteral("model"), QStringLiteral("mm-wave presence radar module")},
-                             {QStringLiteral("manufacturer"), QStringLiteral("orv-tool")},
-                             {QStringLiteral("sw_version"), version}};
+    const QJsonObject device{
+        {QStringLiteral("identifiers"), QJsonArray{nodeId}},
+        {QStringLiteral("name"), QStringLiteral("orv ") + id},
+        {QStringLiteral("model"), QStringLiteral("mm-wave presence radar module")},
+        {QStringLiteral("manufacturer"), QStringLiteral("orv-tool")},
+        {QStringLiteral("sw_version"), version}};
     auto entity = [&](const QString &objectId, const QString &name) {
         return QJsonObject{{QStringLiteral("name"), name},
                            {QStringLiteral("unique_id"), nodeId + QLatin1Char('_') + objectId},
@@ -27,8 +30,8 @@ QList<MqttMessage> MqttDiscovery::configs() const
                            {QStringLiteral("device"), device}};
     };
     auto topic = [&](const QString &component, const QString &objectId) {
-        return prefix + QLatin1Char('/') + component + QLatin1Char('/') + nodeId + QLatin1Char('/') + objectId
-               + QStringLiteral("/config");
+        return prefix + QLatin1Char('/') + component + QLatin1Char('/') + nodeId +
+               QLatin1Char('/') + objectId + QStringLiteral("/config");
     };
     auto occupancy = [&](const QString &objectId, const QString &name, const QString &stateTopic) {
         QJsonObject config = entity(objectId, name);
@@ -36,12 +39,14 @@ QList<MqttMessage> MqttDiscovery::configs() const
         config.insert(QStringLiteral("state_topic"), stateTopic);
         config.insert(QStringLiteral("payload_on"), QStringLiteral("ON"));
         config.insert(QStringLiteral("payload_off"), QStringLiteral("OFF"));
-        return MqttMessage{topic(QStringLiteral("binary_sensor"), objectId), mqttpayload::json(config), true};
+        return MqttMessage{topic(QStringLiteral("binary_sensor"), objectId),
+                           mqttpayload::json(config), true};
     };
 
     QList<MqttMessage> out;
     for (int n = 1; n <= MqttTopics::kAreaCount; ++n) {
-        out << occupancy(QStringLiteral("area%1").arg(n), QStringLiteral("Area %1").arg(n), topics.occupancy(n));
+        out << occupancy(QStringLiteral("area%1").arg(n), QStringLiteral("Area %1").arg(n),
+                         topics.occupancy(n));
     }
     out << occupancy(QStringLiteral("anyone"), QStringLiteral("Anyone"), topics.presence());
 
@@ -49,13 +54,16 @@ QList<MqttMessage> MqttDiscovery::configs() const
     count.insert(QStringLiteral("state_topic"), topics.count());
     count.insert(QStringLiteral("state_class"), QStringLiteral("measurement"));
     count.insert(QStringLiteral("icon"), QStringLiteral("mdi:account-group"));
-    out << MqttMessage{topic(QStringLiteral("sensor"), QStringLiteral("count")), mqttpayload::json(count), true};
+    out << MqttMessage{topic(QStringLiteral("sensor"), QStringLiteral("count")),
+                       mqttpayload::json(count), true};
 
     QJsonObject display = entity(QStringLiteral("display"), QStringLiteral("Display"));
     display.insert(QStringLiteral("state_topic"), topics.display());
     display.insert(QStringLiteral("command_topic"), topics.displaySet());
-    display.insert(QStringLiteral("options"), QJsonArray{QStringLiteral("area"), QStringLiteral("track")});
-    out << MqttMessage{topic(QStringLiteral("select"), QStringLiteral("display")), mqttpayload::json(display), true};
+    display.insert(QStringLiteral("options"),
+                   QJsonArray{QStringLiteral("area"), QStringLiteral("track")});
+    out << MqttMessage{topic(QStringLiteral("select"), QStringLiteral("display")),
+                       mqttpayload::json(display), true};
     return out;
 }
 

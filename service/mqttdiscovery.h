@@ -21,7 +21,8 @@ struct MqttDiscovery {
     QString nodeId;  // orv-HOSTNAME-ID
     QString version; // the tool's version, for sw_version
 
-    static MqttDiscovery forModule(const MqttOptions &options, const QString &id, const QString &version);
+    static MqttDiscovery forModule(const MqttOptions &options, const QString &id,
+                                   const QString &version);
 
     // The retained config messages (six).
     QList<MqttMessage> configs() const;

@@ -42,7 +42,8 @@ void addMqttOptions(QCommandLineParser &parser);
 // --mqtt the result has enabled false and *error stays empty (but --mqtt-*
 // options without --mqtt are a mistake).
 MqttOptions mqttOptionsFrom(const QCommandLineParser &parser, QString *error);
-MqttOptions mqttOptionsFrom(const QCommandLineParser &parser, const QProcessEnvironment &env, QString *error);
+MqttOptions mqttOptionsFrom(const QCommandLineParser &parser, const QProcessEnvironment &env,
+                            QString *error);
 
 // Parses the --mqtt URL into options (tls, host, port, user). A password in
 // the URL, another scheme, a path or a bad port is refused.

@@ -3,7 +3,8 @@
 #include <cmath>
 
 MqttState::MqttState(const QString &base, const QString &id, double targetsRate)
-    : names(base, id), targetsIntervalMs(targetsRate > 0.0 ? qint64(std::llround(1000.0 / targetsRate)) : -1)
+    : names(base, id),
+      targetsIntervalMs(targetsRate > 0.0 ? qint64(std::llround(1000.0 / targetsRate)) : -1)
 {
     values.insert(names.availability(), mqttpayload::availability(false));
     values.insert(names.presence(), mqttpayload::onOff(false));

@@ -28,7 +28,8 @@ int MqttTopics::setTarget(const QString &topic) const
     return -1;
 }
 
-namespace mqttpayload {
+namespace mqttpayload
+{
 
 QByteArray onOff(bool on)
 {
@@ -97,13 +98,15 @@ QByteArray result(const QString &request, bool ok, const QString &error)
 
 } // namespace mqttpayload
 
-namespace {
+namespace
+{
 
 bool readCorner(const QJsonObject &object, const QString &key, QJsonArray *corner, QString *error)
 {
     const QJsonValue value = object.value(key);
     const QJsonArray array = value.toArray();
-    if (!value.isArray() || array.size() != 2 || !array.at(0).isDouble() || !array.at(1).isDouble()) {
+    if (!value.isArray() || array.size() != 2 || !array.at(0).isDouble() ||
+        !array.at(1).isDouble()) {
         *error = QStringLiteral("%1: expected [x, y] in metres").arg(key);
         return false;
     }
@@ -136,8 +139,9 @@ bool parseAreaSetPayload(const QByteArray &payload, MqttAreaRequest *request, QS
     const QJsonDocument document = QJsonDocument::fromJson(text, &parseError);
     if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
         if (error)
-            *error = QStringLiteral("expected unset or {\"type\": \"detect\"|\"exclude\"|\"unset\", \"from\": [x, y], "
-                                    "\"to\": [x, y]}");
+            *error = QStringLiteral(
+                "expected unset or {\"type\": \"detect\"|\"exclude\"|\"unset\", \"from\": [x, y], "
+                "\"to\": [x, y]}");
         return false;
     }
     const QJsonObject object = document.object();
@@ -153,19 +157,22 @@ bool parseAreaSetPayload(const QByteArray &payload, MqttAreaRequest *request, QS
     }
     QJsonArray from;
     QJsonArray to;
-    if (!readCorner(object, QStringLiteral("from"), &from, &why) || !readCorner(object, QStringLiteral("to"), &to, &why)) {
+    if (!readCorner(object, QStringLiteral("from"), &from, &why) ||
+        !readCorner(object, QStringLiteral("to"), &to, &why)) {
         if (error)
             *error = why;
         return false;
     }
     for (auto it = object.begin(); it != object.end(); ++it) {
-        if (it.key() != QLatin1String("type") && it.key() != QLatin1String("from") && it.key() != QLatin1String("to")) {
+        if (it.key() != QLatin1String("type") && it.key() != QLatin1String("from") &&
+            it.key() != QLatin1String("to")) {
             if (error)
                 *error = QStringLiteral("%1: unknown field").arg(it.key());
             return false;
         }
     }
-    request->area = QJsonObject{{QStringLiteral("type"), type}, {QStringLiteral("from"), from}, {QStringLiteral("to"), to}};
+    request->area = QJsonObject{
+        {QStringLiteral("type"), type}, {QStringLiteral("from"), from}, {QStringLiteral("to"), to}};
     return true;
 }
 

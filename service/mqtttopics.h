@@ -37,7 +37,10 @@ class MqttTopics
 public:
     static constexpr int kAreaCount = 3;
 
-    MqttTopics(const QString &base, const QString &id) : root(base + QLatin1Char('/') + id + QLatin1Char('/')) {}
+    MqttTopics(const QString &base, const QString &id)
+        : root(base + QLatin1Char('/') + id + QLatin1Char('/'))
+    {
+    }
 
     QString availability() const { return root + QStringLiteral("availability"); }
     QString state() const { return root + QStringLiteral("state"); }
@@ -65,7 +68,8 @@ private:
     QString root;
 };
 
-namespace mqttpayload {
+namespace mqttpayload
+{
 
 QByteArray onOff(bool on);
 QByteArray availability(bool online);

@@ -13,7 +13,8 @@
 #include <QSet>
 #include <QtTest>
 
-namespace {
+namespace
+{
 
 QJsonObject parseObject(const QByteArray &payload)
 {
@@ -29,12 +30,15 @@ QJsonObject targetsRecord(const QList<QPointF> &people)
     QJsonArray targets;
     for (const QPointF &p : people)
         targets.append(QJsonArray{p.x(), p.y()});
-    return QJsonObject{{"time", "2026-11-24T10:00:00.000Z"}, {"kind", "targets"}, {"targets", targets}};
+    return QJsonObject{
+        {"time", "2026-11-24T10:00:00.000Z"}, {"kind", "targets"}, {"targets", targets}};
 }
 
 QJsonObject areasRecord(bool a1, bool a2, bool a3)
 {
-    return QJsonObject{{"time", "2026-11-24T10:00:00.000Z"}, {"kind", "areas"}, {"occupied", QJsonArray{a1, a2, a3}}};
+    return QJsonObject{{"time", "2026-11-24T10:00:00.000Z"},
+                       {"kind", "areas"},
+                       {"occupied", QJsonArray{a1, a2, a3}}};
 }
 
 QJsonObject areaFile(const QString &display, const QJsonObject &area1)
@@ -45,7 +49,8 @@ QJsonObject areaFile(const QString &display, const QJsonObject &area1)
                        {"version", 1},
                        {"display", display},
                        {"areas", QJsonArray{first, QJsonObject{{"number", 2}, {"type", "unset"}},
-                                            QJsonObject{{"number", 3}, {"type", "exclude"},
+                                            QJsonObject{{"number", 3},
+                                                        {"type", "exclude"},
                                                         {"from", QJsonArray{2.0, 7.0}},
                                                         {"to", QJsonArray{4.0, 5.0}}}}}};
 }
@@ -106,8 +111,9 @@ private slots:
         const QList<MqttMessage> all = state.retained();
         // Before the module said anything: offline, OFF and 0 only.
         QCOMPARE(topicsOf(all),
-                 QStringList({"orv/m1/availability", "orv/m1/presence", "orv/m1/count", "orv/m1/area/1/occupancy",
-                              "orv/m1/area/2/occupancy", "orv/m1/area/3/occupancy"}));
+                 QStringList({"orv/m1/availability", "orv/m1/presence", "orv/m1/count",
+                              "orv/m1/area/1/occupancy", "orv/m1/area/2/occupancy",
+                              "orv/m1/area/3/occupancy"}));
         QCOMPARE(find(all, "orv/m1/availability")->payload, QByteArray("offline"));
         QCOMPARE(find(all, "orv/m1/presence")->payload, QByteArray("OFF"));
         QCOMPARE(find(all, "orv/m1/count")->payload, QByteArray("0"));
@@ -120,7 +126,8 @@ private slots:
         MqttState state(QStringLiteral("orv"), QStringLiteral("m1"), 1.0);
         QJsonObject status{{"id", "m1"}, {"state", "opening"}, {"since", "a"}};
         QList<MqttMessage> out = state.status(status);
-        QCOMPARE(topicsOf(out), QStringList({"orv/m1/state"})); // still offline: no availability message
+        QCOMPARE(topicsOf(out),
+                 QStringList({"orv/m1/state"})); // still offline: no availability message
         QCOMPARE(parseObject(out.at(0).payload), status);
 
         status["state"] = "open";
@@ -137,7 +144,8 @@ private slots:
             QVERIFY(find(out, "orv/m1/availability"));
             QCOMPARE(find(out, "orv/m1/availability")->payload, QByteArray("offline"));
             status["state"] = "open";
-            QCOMPARE(find(state.status(status), "orv/m1/availability")->payload, QByteArray("online"));
+            QCOMPARE(find(state.status(status), "orv/m1/availability")->payload,
+                     QByteArray("online"));
         }
         out = state.stop();
         QCOMPARE(out.size(), 1);
@@ -210,12 +218,14 @@ private slots:
         MqttState state(QStringLiteral("orv"), QStringLiteral("m1"), 1.0);
         QVERIFY(state.areas(areasRecord(false, false, false)).isEmpty());
         QList<MqttMessage> out = state.areas(areasRecord(true, false, true));
-        QCOMPARE(topicsOf(out), QStringList({"orv/m1/area/1/occupancy", "orv/m1/area/3/occupancy"}));
+        QCOMPARE(topicsOf(out),
+                 QStringList({"orv/m1/area/1/occupancy", "orv/m1/area/3/occupancy"}));
         QCOMPARE(out.at(0).payload, QByteArray("ON"));
         QCOMPARE(out.at(1).payload, QByteArray("ON"));
         QVERIFY(state.areas(areasRecord(true, false, true)).isEmpty());
         out = state.areas(areasRecord(false, true, true));
-        QCOMPARE(topicsOf(out), QStringList({"orv/m1/area/1/occupancy", "orv/m1/area/2/occupancy"}));
+        QCOMPARE(topicsOf(out),
+                 QStringList({"orv/m1/area/1/occupancy", "orv/m1/area/2/occupancy"}));
         QCOMPARE(out.at(0).payload, QByteArray("OFF"));
         QCOMPARE(out.at(1).payload, QByteArray("ON"));
     }
@@ -224,13 +234,16 @@ private slots:
     {
         MqttState state(QStringLiteral("orv"), QStringLiteral("m1"), 1.0);
         QVERIFY(state.config(QJsonObject()).isEmpty()); // not read yet
-        const QJsonObject area1{{"type", "detect"}, {"from", QJsonArray{-1.5, 3.0}}, {"to", QJsonArray{1.5, 1.0}}};
+        const QJsonObject area1{
+            {"type", "detect"}, {"from", QJsonArray{-1.5, 3.0}}, {"to", QJsonArray{1.5, 1.0}}};
         QList<MqttMessage> out = state.config(areaFile("area", area1));
-        QCOMPARE(topicsOf(out), QStringList({"orv/m1/area/1", "orv/m1/area/2", "orv/m1/area/3", "orv/m1/display"}));
+        QCOMPARE(topicsOf(out), QStringList({"orv/m1/area/1", "orv/m1/area/2", "orv/m1/area/3",
+                                             "orv/m1/display"}));
         QCOMPARE(parseObject(out.at(0).payload), area1);
         QCOMPARE(parseObject(out.at(1).payload), QJsonObject({{"type", "unset"}}));
-        QCOMPARE(parseObject(out.at(2).payload),
-                 QJsonObject({{"type", "exclude"}, {"from", QJsonArray{2.0, 7.0}}, {"to", QJsonArray{4.0, 5.0}}}));
+        QCOMPARE(parseObject(out.at(2).payload), QJsonObject({{"type", "exclude"},
+                                                              {"from", QJsonArray{2.0, 7.0}},
+                                                              {"to", QJsonArray{4.0, 5.0}}}));
         QCOMPARE(out.at(3).payload, QByteArray("area"));
         for (const MqttMessage &m : out)
             QVERIFY(m.retain);
@@ -257,26 +270,31 @@ private slots:
         QTest::newRow("unset") << QByteArray("unset") << true << true << "";
         QTest::newRow("unset spaced") << QByteArray(" unset\n") << true << true << "";
         QTest::newRow("unset json") << QByteArray("{\"type\":\"unset\"}") << true << true << "";
-        QTest::newRow("detect") << QByteArray("{\"type\":\"detect\",\"from\":[-1.5,3],\"to\":[1.5,1]}") << true
-                                << false << "";
-        QTest::newRow("exclude") << QByteArray("{\"type\":\"exclude\",\"from\":[2,7],\"to\":[4,5]}") << true << false
-                                 << "";
+        QTest::newRow("detect") << QByteArray(
+                                       "{\"type\":\"detect\",\"from\":[-1.5,3],\"to\":[1.5,1]}")
+                                << true << false << "";
+        QTest::newRow("exclude") << QByteArray("{\"type\":\"exclude\",\"from\":[2,7],\"to\":[4,5]}")
+                                 << true << false << "";
         QTest::newRow("empty") << QByteArray("") << false << false << "expected unset or";
         QTest::newRow("garbage") << QByteArray("hello") << false << false << "expected unset or";
         QTest::newRow("array") << QByteArray("[1,2]") << false << false << "expected unset or";
-        QTest::newRow("type") << QByteArray("{\"type\":\"zone\",\"from\":[0,1],\"to\":[1,2]}") << false << false
-                              << "type:";
-        QTest::newRow("no from") << QByteArray("{\"type\":\"detect\",\"to\":[1,2]}") << false << false << "from:";
-        QTest::newRow("short to") << QByteArray("{\"type\":\"detect\",\"from\":[0,1],\"to\":[1]}") << false << false
-                                  << "to:";
-        QTest::newRow("text corner") << QByteArray("{\"type\":\"detect\",\"from\":[\"a\",1],\"to\":[1,2]}") << false
-                                     << false << "from:";
-        QTest::newRow("x range") << QByteArray("{\"type\":\"detect\",\"from\":[-9,1],\"to\":[1,2]}") << false << false
-                                 << "outside -8..8";
-        QTest::newRow("y range") << QByteArray("{\"type\":\"detect\",\"from\":[0,1],\"to\":[1,8.5]}") << false << false
-                                 << "outside 0..8";
-        QTest::newRow("extra") << QByteArray("{\"type\":\"detect\",\"from\":[0,1],\"to\":[1,2],\"x\":1}") << false
-                               << false << "x: unknown field";
+        QTest::newRow("type") << QByteArray("{\"type\":\"zone\",\"from\":[0,1],\"to\":[1,2]}")
+                              << false << false << "type:";
+        QTest::newRow("no from") << QByteArray("{\"type\":\"detect\",\"to\":[1,2]}") << false
+                                 << false << "from:";
+        QTest::newRow("short to") << QByteArray("{\"type\":\"detect\",\"from\":[0,1],\"to\":[1]}")
+                                  << false << false << "to:";
+        QTest::newRow("text corner")
+            << QByteArray("{\"type\":\"detect\",\"from\":[\"a\",1],\"to\":[1,2]}") << false << false
+            << "from:";
+        QTest::newRow("x range") << QByteArray("{\"type\":\"detect\",\"from\":[-9,1],\"to\":[1,2]}")
+                                 << false << false << "outside -8..8";
+        QTest::newRow("y range") << QByteArray(
+                                        "{\"type\":\"detect\",\"from\":[0,1],\"to\":[1,8.5]}")
+                                 << false << false << "outside 0..8";
+        QTest::newRow("extra") << QByteArray(
+                                      "{\"type\":\"detect\",\"from\":[0,1],\"to\":[1,2],\"x\":1}")
+                               << false << false << "x: unknown field";
     }
 
     void areaSetPayloads()
@@ -307,7 +325,8 @@ private slots:
         QCOMPARE(display, QStringLiteral("area"));
         QVERIFY(parseDisplaySetPayload(" \"track\"\n", &display, &error));
         QCOMPARE(display, QStringLiteral("track"));
-        for (const QByteArray &bad : {QByteArray("Area"), QByteArray(""), QByteArray("2"), QByteArray("{}")}) {
+        for (const QByteArray &bad :
+             {QByteArray("Area"), QByteArray(""), QByteArray("2"), QByteArray("{}")}) {
             QVERIFY(!parseDisplaySetPayload(bad, &display, &error));
             QCOMPARE(error, QStringLiteral("expected area or track"));
         }
@@ -321,7 +340,8 @@ private slots:
         QVERIFY(ok.contains("error"));
         QVERIFY(ok.value("error").isNull());
         QCOMPARE(ok.size(), 3);
-        QJsonObject failed = parseObject(mqttpayload::result("orv/m1/area/1/set", false, "type: wrong"));
+        QJsonObject failed =
+            parseObject(mqttpayload::result("orv/m1/area/1/set", false, "type: wrong"));
         QCOMPARE(failed.value("ok"), QJsonValue(false));
         QCOMPARE(failed.value("error").toString(), QStringLiteral("type: wrong"));
     }
@@ -330,11 +350,13 @@ private slots:
     {
         MqttOptions options;
         options.clientIdPrefix = QStringLiteral("orv-host1");
-        const MqttDiscovery discovery = MqttDiscovery::forModule(options, QStringLiteral("ttyUSB0"), "1.02");
+        const MqttDiscovery discovery =
+            MqttDiscovery::forModule(options, QStringLiteral("ttyUSB0"), "1.02");
         const QList<MqttMessage> configs = discovery.configs();
         QCOMPARE(configs.size(), 6);
         const QRegularExpression topicRule(
-            QStringLiteral("^homeassistant/(binary_sensor|sensor|select)/([A-Za-z0-9_-]+)/([A-Za-z0-9_-]+)/config$"));
+            QStringLiteral("^homeassistant/(binary_sensor|sensor|select)/([A-Za-z0-9_-]+)/"
+                           "([A-Za-z0-9_-]+)/config$"));
         QMap<QString, int> components;
         QSet<QString> stateTopics;
         for (const MqttMessage &message : configs) {
@@ -348,13 +370,16 @@ private slots:
             QVERIFY2(!config.isEmpty(), message.payload.constData());
             // Every entity: name, unique id, availability and the device.
             QVERIFY(!config.value("name").toString().isEmpty());
-            QCOMPARE(config.value("unique_id").toString(), "orv-host1-ttyUSB0_" + match.captured(3));
-            QCOMPARE(config.value("availability_topic").toString(), QStringLiteral("orv/ttyUSB0/availability"));
+            QCOMPARE(config.value("unique_id").toString(),
+                     "orv-host1-ttyUSB0_" + match.captured(3));
+            QCOMPARE(config.value("availability_topic").toString(),
+                     QStringLiteral("orv/ttyUSB0/availability"));
             QCOMPARE(config.value("payload_available").toString(), QStringLiteral("online"));
             QCOMPARE(config.value("payload_not_available").toString(), QStringLiteral("offline"));
             const QJsonObject device = config.value("device").toObject();
             QVERIFY(device.value("identifiers").isArray());
-            QCOMPARE(device.value("identifiers").toArray().first().toString(), QStringLiteral("orv-host1-ttyUSB0"));
+            QCOMPARE(device.value("identifiers").toArray().first().toString(),
+                     QStringLiteral("orv-host1-ttyUSB0"));
             QCOMPARE(device.value("name").toString(), QStringLiteral("orv ttyUSB0"));
             QVERIFY(!device.value("model").toString().isEmpty());
             QCOMPARE(device.value("sw_version").toString(), QStringLiteral("1.02"));
@@ -371,7 +396,8 @@ private slots:
                 QVERIFY(!config.contains("device_class"));
             } else {
                 QCOMPARE(state, QStringLiteral("orv/ttyUSB0/display"));
-                QCOMPARE(config.value("command_topic").toString(), QStringLiteral("orv/ttyUSB0/display/set"));
+                QCOMPARE(config.value("command_topic").toString(),
+                         QStringLiteral("orv/ttyUSB0/display/set"));
                 QCOMPARE(config.value("options").toArray(), QJsonArray({"area", "track"}));
             }
         }
@@ -384,7 +410,10 @@ private slots:
         QCOMPARE(discovery.statusTopic(), QStringLiteral("homeassistant/status"));
 
         // The same module on a later start: the same topics and ids.
-        QCOMPARE(MqttDiscovery::forModule(options, QStringLiteral("ttyUSB0"), "1.03").configs().first().topic,
+        QCOMPARE(MqttDiscovery::forModule(options, QStringLiteral("ttyUSB0"), "1.03")
+                     .configs()
+                     .first()
+                     .topic,
                  configs.first().topic);
 
         // Clearing: the same topics, empty retained payloads.
