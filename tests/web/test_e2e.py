@@ -16,6 +16,7 @@ import argparse
 import json
 import os
 import re
+import shutil
 import signal
 import socket
 import subprocess
@@ -26,6 +27,7 @@ import urllib.request
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import browser  # noqa: E402
+from selenium.webdriver.common.by import By  # noqa: E402
 from browser import wait_for  # noqa: E402
 
 # Where radar-sim holds its people (metres) and the area it starts with.
@@ -215,7 +217,6 @@ def desktop(args, api, service, shots):
         # Typed corners: the module keeps decimetres (1.55 -> 1.5), and the
         # page says so.
         click(driver, '#area-number button[data-number="3"]')
-        from selenium.webdriver.common.by import By
         for field, value in (('x1', '3.0'), ('y1', '1.55'), ('x2', '5.0'), ('y2', '0.5')):
             element = driver.find_element(By.ID, field)
             element.clear()
@@ -253,6 +254,69 @@ def desktop(args, api, service, shots):
             'left': -4, 'right': -3, 'top': 3, 'bottom': 2})
 
         driver.save_screenshot(os.path.join(shots, 'serve-desktop.png'))
+
+        # Display type switch.
+        click(driver, '#display button[data-display="track"]')
+        wait_for('tracking mode on the module',
+                 lambda: api.call('GET', '/api/modules/sim/areas')[1].get('display') == 'track')
+        wait_for('the switch to show it', lambda: js(
+            driver, 'return document.querySelector("#display [data-display=track]").getAttribute("aria-pressed")')
+            == 'true')
+        click(driver, '#display button[data-display="area"]')
+        wait_for('area mode on the module',
+                 lambda: api.call('GET', '/api/modules/sim/areas')[1].get('display') == 'area')
+
+        # Backup: the download link gives the module's area file.
+        status, held_file, _ = api.call('GET', '/api/modules/sim/areas')
+        downloaded = driver.execute_async_script('''
+            const done = arguments[arguments.length - 1];
+            const a = document.getElementById('download');
+            fetch(a.href).then((r) => r.json().then((body) => done({
+                body, disposition: r.headers.get('Content-Disposition'), name: a.getAttribute('download')})));
+        ''')
+        assert downloaded['body'] == held_file, (downloaded, held_file)
+        assert re.fullmatch(r'orv-sim-\d{4}-\d{2}-\d{2}\.json', downloaded['name']), downloaded['name']
+        assert 'attachment' in (downloaded['disposition'] or '') and downloaded['name'] in downloaded['disposition'], \
+            downloaded['disposition']
+
+        # Restore: a file chosen on the page shows what changes, then applies.
+        restore = dict(held_file)
+        restore['areas'] = [{'number': 1, 'type': 'exclude', 'from': [-7.0, 8.0], 'to': [-6.0, 7.0]},
+                            {'number': 2, 'type': 'unset'}]
+        path = os.path.join(args.work, 'restore.json')
+        with open(path, 'w') as f:
+            json.dump(restore, f)
+        driver.find_element(By.ID, 'restore-file').send_keys(path)
+        wait_for('the preview of changes', lambda: js(
+            driver, 'return document.getElementById("restore-changes").children.length') == 2)
+        preview = js(driver, 'return document.getElementById("restore-changes").textContent')
+        assert 'exclude (-7, 8) to (-6, 7)' in preview and 'unset' in preview, preview
+        assert api.area(2)['type'] == 'detect', 'nothing sent before apply'
+        click(driver, '#restore-apply')
+        wait_for('the restored areas', lambda: api.area(1) == restore['areas'][0] and api.area(2) == restore['areas'][1])
+        wait_for('the page to show them', lambda: page_area(driver, 1) == restore['areas'][0])
+
+        # Cancel one area, then all (the second press confirms).
+        click(driver, '#area-number button[data-number="3"]')
+        click(driver, '#cancel-area')
+        wait_for('area 3 cancelled', lambda: api.area(3) == {'number': 3, 'type': 'unset'})
+        click(driver, '#cancel-all')
+        assert api.area(1)['type'] == 'exclude', 'one press cancels nothing'
+        click(driver, '#cancel-all')
+        wait_for('all areas cancelled',
+                 lambda: all(api.area(n) == {'number': n, 'type': 'unset'} for n in (1, 2, 3)))
+        wait_for('the page to show none', lambda: js(
+            driver, 'return window.orvPage.state.config.areas.every((a) => a.type === "unset")'))
+
+        # Chinese, switched on the page.
+        from selenium.webdriver.support.ui import Select
+        Select(driver.find_element(By.ID, 'language')).select_by_value('zh')
+        wait_for('Chinese words', lambda: js(
+            driver, 'return document.querySelector(".legend .detect").textContent') == '检测区域')
+        assert js(driver, 'return document.documentElement.lang') == 'zh-CN'
+        Select(driver.find_element(By.ID, 'language')).select_by_value('en')
+        wait_for('English again', lambda: js(
+            driver, 'return document.querySelector(".legend .detect").textContent') == 'Detection')
 
         # The service restarts: the page says it reconnects, then is live again.
         service.stop()
@@ -312,6 +376,7 @@ def main():
     browser.skip_without_chromium()
     os.makedirs(args.shots, exist_ok=True)
     work = tempfile.mkdtemp(prefix='orv-web-e2e-')
+    args.work = work
     sim = subprocess.Popen([args.radar_sim, '--rate', '10', '--area', START_AREA]
                            + sum((['--fixed', '%s,%s' % p] for p in PEOPLE), []),
                            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
@@ -332,6 +397,7 @@ def main():
             service.stop()
         sim.terminate()
         sim.wait(10)
+        shutil.rmtree(work, ignore_errors=True)
     print('page end to end: all checks passed')
     return 0
 
