@@ -89,8 +89,9 @@ QByteArray compact(const QJsonObject &o)
 
 HttpResponse methodNotAllowed(const QByteArray &method, const QByteArray &allow)
 {
-    return HttpResponse::error(405, QString("%1 is not allowed here (allowed: %2)")
-                                        .arg(QString::fromLatin1(method), QString::fromLatin1(allow)))
+    return HttpResponse::error(405,
+                               QString("%1 is not allowed here (allowed: %2)")
+                                   .arg(QString::fromLatin1(method), QString::fromLatin1(allow)))
         .withHeader("Allow", allow);
 }
 
@@ -175,9 +176,9 @@ HttpApi::Served *HttpApi::find(const QString &id) const
 
 bool HttpApi::authorized(const HttpRequest &request) const
 {
-    return Auth::tokensEqual(token, Auth::requestToken(request.header("authorization"),
-                                                       request.header("cookie"),
-                                                       request.listenPort));
+    return Auth::tokensEqual(token,
+                             Auth::requestToken(request.header("authorization"),
+                                                request.header("cookie"), request.listenPort));
 }
 
 void HttpApi::handle(const HttpRequest &request, HttpReply reply)
@@ -207,7 +208,8 @@ void HttpApi::handle(const HttpRequest &request, HttpReply reply)
         QByteArray type;
         const QByteArray body = WebAssets::file(QString::fromUtf8(path.mid(8)), &type);
         if (body.isNull())
-            reply(HttpResponse::error(404, QString("no such file: %1").arg(QString::fromUtf8(path))));
+            reply(
+                HttpResponse::error(404, QString("no such file: %1").arg(QString::fromUtf8(path))));
         else
             reply(HttpResponse::bytes(200, type, body).withHeader("Cache-Control", "no-cache"));
         return;
@@ -242,7 +244,8 @@ void HttpApi::handle(const HttpRequest &request, HttpReply reply)
     if (parts.size() >= 2 && parts.last().isEmpty() && parts.size() > 3)
         parts.removeLast();
     if (parts.size() < 3 || parts.at(2) != QLatin1String("modules")) {
-        reply(HttpResponse::error(404, QString("no such resource: %1").arg(QString::fromUtf8(path))));
+        reply(
+            HttpResponse::error(404, QString("no such resource: %1").arg(QString::fromUtf8(path))));
         return;
     }
     if (parts.size() == 3) {
@@ -319,8 +322,8 @@ void HttpApi::moduleRoute(Served &served, const QStringList &rest, const HttpReq
     if (what == QLatin1String("areas") && rest.size() == 2) {
         const int number = HttpApiText::areaNumber(rest.at(1));
         if (number == 0) {
-            reply(HttpResponse::error(404, QString("no area \"%1\" (areas are 1, 2 and 3)")
-                                               .arg(rest.at(1))));
+            reply(HttpResponse::error(
+                404, QString("no area \"%1\" (areas are 1, 2 and 3)").arg(rest.at(1))));
             return;
         }
         if (method == "PUT") {
@@ -370,18 +373,18 @@ void HttpApi::moduleRoute(Served &served, const QStringList &rest, const HttpReq
             events(served, request, reply);
         return;
     }
-    reply(HttpResponse::error(404, QString("no such resource: %1")
-                                       .arg(QString::fromUtf8(request.path))));
+    reply(HttpResponse::error(
+        404, QString("no such resource: %1").arg(QString::fromUtf8(request.path))));
 }
 
 void HttpApi::areas(Served &served, const HttpRequest &request, const HttpReply &reply)
 {
     const QJsonObject file = served.module->areaFile();
     if (file.isEmpty()) {
-        reply(HttpResponse::error(503, QString("the areas of module \"%1\" have not been read "
-                                               "yet (state: %2)")
-                                           .arg(served.module->id(),
-                                                Module::stateName(served.module->state()))));
+        reply(HttpResponse::error(
+            503, QString("the areas of module \"%1\" have not been read "
+                         "yet (state: %2)")
+                     .arg(served.module->id(), Module::stateName(served.module->state()))));
         return;
     }
     HttpResponse r = HttpResponse::bytes(200, "application/json; charset=utf-8",
@@ -424,10 +427,11 @@ void HttpApi::write(Served &served, const HttpRequest &request, const HttpReply 
             if (!result.areaFile.isEmpty())
                 body.insert("areas", result.areaFile);
         }
-        HttpResponse r = result.kind == WriteResult::Ok
-                             ? HttpResponse::bytes(200, "application/json; charset=utf-8",
-                                                   QJsonDocument(body).toJson(QJsonDocument::Indented))
-                             : HttpResponse::json(status, body);
+        HttpResponse r =
+            result.kind == WriteResult::Ok
+                ? HttpResponse::bytes(200, "application/json; charset=utf-8",
+                                      QJsonDocument(body).toJson(QJsonDocument::Indented))
+                : HttpResponse::json(status, body);
         if (module)
             r.withHeader("ETag", module->etag());
         reply(r);
@@ -437,7 +441,8 @@ void HttpApi::write(Served &served, const HttpRequest &request, const HttpReply 
 void HttpApi::events(Served &served, const HttpRequest &request, const HttpReply &reply)
 {
     double rate = 0;
-    if (request.query.contains("rate") && !HttpApiText::parseRate(request.query.value("rate"), &rate)) {
+    if (request.query.contains("rate") &&
+        !HttpApiText::parseRate(request.query.value("rate"), &rate)) {
         reply(HttpResponse::error(400, QString("rate=\"%1\" is not a rate in Hz (above 0, up "
                                                "to 1000)")
                                            .arg(QString::fromLatin1(request.query.value("rate")))));
@@ -451,7 +456,7 @@ void HttpApi::events(Served &served, const HttpRequest &request, const HttpReply
     HttpResponse r;
     r.status = 200;
     r.hub = served.hub.get();
-    r.viewer = served.hub->addViewer(initial, rate, request.wake,
-                                     QDateTime::currentMSecsSinceEpoch());
+    r.viewer =
+        served.hub->addViewer(initial, rate, request.wake, QDateTime::currentMSecsSinceEpoch());
     reply(r);
 }

@@ -17,9 +17,9 @@ class EventHub;
 class EventViewer;
 
 struct HttpRequest {
-    QByteArray method;                 // "GET"
-    QByteArray path;                   // decoded, without the query: "/api/modules"
-    QMap<QByteArray, QByteArray> query; // decoded arguments
+    QByteArray method;                    // "GET"
+    QByteArray path;                      // decoded, without the query: "/api/modules"
+    QMap<QByteArray, QByteArray> query;   // decoded arguments
     QMap<QByteArray, QByteArray> headers; // names in lower case
     QByteArray body;
     bool loopbackListener = true; // the listen address is a loopback one

@@ -54,8 +54,8 @@ bool ListenAddress::parse(const QString &text, ListenAddress *out, QString *erro
         v6->sin6_port = htons(quint16(a.port));
         a.length = sizeof(sockaddr_in6);
     } else {
-        *error = QString("--listen: \"%1\" is not an IP address (names are not looked up)")
-                     .arg(a.host);
+        *error =
+            QString("--listen: \"%1\" is not an IP address (names are not looked up)").arg(a.host);
         return false;
     }
     *out = a;
@@ -208,8 +208,7 @@ struct HttpServerCallbacks {
             MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, &collect, &r);
             r.wake = [connection] { MHD_resume_connection(connection); };
             if (server->stopping.load())
-                return queue(connection, HttpResponse::error(503, "the service is stopping"),
-                             true);
+                return queue(connection, HttpResponse::error(503, "the service is stopping"), true);
             if (server->openConnections.load() > server->limits.maxConnections)
                 return queue(connection,
                              HttpResponse::error(503, QString("too many connections (at most "
@@ -259,7 +258,8 @@ struct HttpServerCallbacks {
         *context = nullptr;
     }
 
-    static void onConnection(void *cls, MHD_Connection *, void **, MHD_ConnectionNotificationCode code)
+    static void onConnection(void *cls, MHD_Connection *, void **,
+                             MHD_ConnectionNotificationCode code)
     {
         auto *d = static_cast<HttpServer::Daemon *>(cls);
         if (code == MHD_CONNECTION_NOTIFY_STARTED)
@@ -281,8 +281,8 @@ HttpServer::~HttpServer()
 
 HttpResponse HttpServer::tooLarge(const Limits &limits)
 {
-    return HttpResponse::error(413, QString("the request body is larger than %1 KiB")
-                                        .arg(limits.maxBodyBytes / 1024));
+    return HttpResponse::error(
+        413, QString("the request body is larger than %1 KiB").arg(limits.maxBodyBytes / 1024));
 }
 
 bool HttpServer::listen(const ListenAddress &address, int *boundPort, QString *error)
@@ -293,16 +293,16 @@ bool HttpServer::listen(const ListenAddress &address, int *boundPort, QString *e
     unsigned flags = MHD_USE_EPOLL_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME;
     if (address.address.ss_family == AF_INET6)
         flags |= MHD_USE_IPv6;
-    d->daemon = MHD_start_daemon(
-        flags, quint16(address.port), nullptr, nullptr, &HttpServerCallbacks::onRequest, d,
-        MHD_OPTION_SOCK_ADDR, reinterpret_cast<const sockaddr *>(&address.address),
-        // A few above the limit, so that the ones over it are told 503.
-        MHD_OPTION_CONNECTION_LIMIT, unsigned(limits.maxConnections + 32),
-        MHD_OPTION_CONNECTION_TIMEOUT, unsigned(limits.idleTimeoutS),
-        MHD_OPTION_CONNECTION_MEMORY_LIMIT, size_t(32 * 1024), MHD_OPTION_NOTIFY_COMPLETED,
-        &HttpServerCallbacks::onCompleted, d, MHD_OPTION_NOTIFY_CONNECTION,
-        &HttpServerCallbacks::onConnection, d, MHD_OPTION_LISTEN_BACKLOG_SIZE, 1024u,
-        MHD_OPTION_END);
+    d->daemon = MHD_start_daemon(flags, quint16(address.port), nullptr, nullptr,
+                                 &HttpServerCallbacks::onRequest, d, MHD_OPTION_SOCK_ADDR,
+                                 reinterpret_cast<const sockaddr *>(&address.address),
+                                 // A few above the limit, so that the ones over it are told 503.
+                                 MHD_OPTION_CONNECTION_LIMIT, unsigned(limits.maxConnections + 32),
+                                 MHD_OPTION_CONNECTION_TIMEOUT, unsigned(limits.idleTimeoutS),
+                                 MHD_OPTION_CONNECTION_MEMORY_LIMIT, size_t(32 * 1024),
+                                 MHD_OPTION_NOTIFY_COMPLETED, &HttpServerCallbacks::onCompleted, d,
+                                 MHD_OPTION_NOTIFY_CONNECTION, &HttpServerCallbacks::onConnection,
+                                 d, MHD_OPTION_LISTEN_BACKLOG_SIZE, 1024u, MHD_OPTION_END);
     if (!d->daemon) {
         delete d;
         *error = QString("cannot listen on %1: %2")

@@ -39,7 +39,7 @@ class HttpServer : public QObject
     Q_OBJECT
 public:
     struct Limits {
-        int maxConnections = 2048;  // more are answered 503
+        int maxConnections = 2048;    // more are answered 503
         int maxBodyBytes = 64 * 1024; // larger bodies are answered 413
         int idleTimeoutS = 10;        // a connection that moves nothing this long is closed
         int streamStuckS = 30;        // an event stream whose socket takes nothing this long
@@ -73,7 +73,7 @@ private:
     Limits limits;
     std::vector<Daemon *> daemons;
     std::atomic<int> openConnections{0};
-    std::atomic<int> posted{0}; // requests on their way to the main thread
+    std::atomic<int> posted{0};  // requests on their way to the main thread
     std::atomic<int> streams{0}; // event streams being sent
     std::atomic<bool> stopping{false};
     QHash<quint64, Request *> waiting; // main thread: requests the handler has

@@ -49,9 +49,8 @@ QByteArray text(const QList<ModuleMetrics> &modules)
     out += "# HELP orv_module_up 1 when the module is open and reporting, else 0.\n";
     out += "# TYPE orv_module_up gauge\n";
     for (const ModuleMetrics &m : modules)
-        out += "orv_module_up{module=\"" + labelValue(m.id) + "\",state=\"" +
-               labelValue(m.state) + "\"} " + (m.state == QLatin1String("open") ? "1" : "0") +
-               '\n';
+        out += "orv_module_up{module=\"" + labelValue(m.id) + "\",state=\"" + labelValue(m.state) +
+               "\"} " + (m.state == QLatin1String("open") ? "1" : "0") + '\n';
     return out;
 }
 

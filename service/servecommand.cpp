@@ -86,17 +86,18 @@ public:
                           "repeat for more modules.",
                           "[ID=]P"});
         parser.addOption({{"b", "baud"},
-                          "The modules' baud rate, or auto to probe it (default).", "N|auto",
+                          "The modules' baud rate, or auto to probe it (default).",
+                          "N|auto",
                           "auto"});
         parser.addOption({"listen",
                           "The address and port to serve on (default 127.0.0.1:7318); "
                           "repeat for more. [ADDR]:PORT for IPv6.",
                           "ADDR:PORT"});
-        parser.addOption({"token-file", "Where the access token is kept (made on first start).",
-                          "F"});
+        parser.addOption(
+            {"token-file", "Where the access token is kept (made on first start).", "F"});
         parser.addOption({"max-connections",
-                          "Connections served at once; more are answered 503 (default 2048).",
-                          "N", "2048"});
+                          "Connections served at once; more are answered 503 (default 2048).", "N",
+                          "2048"});
         addMqttOptions(parser);
     }
 
@@ -200,8 +201,8 @@ int ServeCommand::run(CliContext &context)
         QString host = address.hostAndPort(port);
         if (address.isWildcard())
             host = QString("%1:%2").arg(QSysInfo::machineHostName()).arg(port);
-        QString line = QString("orv-cli serve: http://%1/?token=%2")
-                           .arg(host, QString::fromLatin1(token));
+        QString line =
+            QString("orv-cli serve: http://%1/?token=%2").arg(host, QString::fromLatin1(token));
         if (!address.isLoopback())
             line += QStringLiteral(
                 "  (not loopback: whoever has this link can change the modules' areas)");
