@@ -58,11 +58,17 @@ ModuleSession::OpenFailure ModuleLink::open(const QString &portName, int rate, Q
 
 void ModuleLink::close()
 {
+    if (closing)
+        return;
+    // Clearing a port whose device has gone reports an error, which must
+    // not close it a second time.
+    closing = true;
     deviceCheck.stop();
     if (port.isOpen()) {
         port.clear(QSerialPort::AllDirections);
         port.close();
     }
+    closing = false;
     add(earlier, decoder.stats());
     decoder.reset();
 }
@@ -113,7 +119,7 @@ void ModuleLink::readAvailable()
 
 void ModuleLink::onError(QSerialPort::SerialPortError error)
 {
-    if (error == QSerialPort::NoError || !port.isOpen())
+    if (error == QSerialPort::NoError || closing || !port.isOpen())
         return;
     if (error == QSerialPort::ResourceError || error == QSerialPort::DeviceNotFoundError) {
         goneAway();
@@ -136,6 +142,8 @@ void ModuleLink::checkDevice()
 
 void ModuleLink::goneAway()
 {
+    if (closing || !port.isOpen())
+        return;
     close();
     emit lost();
 }

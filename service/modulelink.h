@@ -57,4 +57,5 @@ private:
     FrameStreamStats earlier; // counts of the decoder before its last reset
     qint64 totalBytes = 0;
     QTimer deviceCheck;
+    bool closing = false;
 };

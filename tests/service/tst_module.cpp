@@ -1,0 +1,560 @@
+// The service's Module against radar-sim over pseudo-terminals: opening and
+// probing, reports, every kind of write with its read-back, refused and
+// invalid writes, silence, a wrong rate, a busy port, loss and return.
+
+#include "service/module.h"
+#include "tests/tools/simpeer.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSerialPort>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <memory>
+#include <pty.h>
+
+namespace
+{
+
+// Generous upper bounds for a loaded machine; every wait ends at the event.
+constexpr int kOpenMs = 10000;
+constexpr int kWriteMs = 15000;
+
+// Runs the event loop until cond holds or ms have passed.
+bool waitUntil(const std::function<bool()> &cond, int ms)
+{
+    QElapsedTimer t;
+    t.start();
+    while (!cond()) {
+        if (t.elapsed() > ms)
+            return false;
+        QTest::qWait(10);
+    }
+    return true;
+}
+
+// The outcome of one write, and how many times its done came.
+struct Outcome {
+    int calls = 0;
+    WriteResult result;
+};
+
+// Starts a write and waits for its done; the count must be exactly one.
+std::shared_ptr<Outcome> write(const std::function<void(Module::Done)> &call, int ms = kWriteMs)
+{
+    auto o = std::make_shared<Outcome>();
+    call([o](const WriteResult &r) {
+        ++o->calls;
+        o->result = r;
+    });
+    waitUntil([o] { return o->calls > 0; }, ms);
+    return o;
+}
+
+QString describe(const WriteResult &r)
+{
+    return QString("kind %1: %2 %3")
+        .arg(r.kind)
+        .arg(r.error,
+             QString::fromUtf8(QJsonDocument(r.differences).toJson(QJsonDocument::Compact)));
+}
+
+QJsonObject area(const QJsonObject &file, int number)
+{
+    for (const QJsonValue &v : file.value("areas").toArray())
+        if (v.toObject().value("number").toInt() == number)
+            return v.toObject();
+    return QJsonObject();
+}
+
+QJsonArray corner(double x, double y)
+{
+    return QJsonArray{x, y};
+}
+
+// The requests radar-sim reports with --verbose ("... -> ..."), counted.
+int requestsSeen(SimProcess &sim)
+{
+    return sim.errors(0).count(" -> ");
+}
+
+// A pseudo-terminal with nobody on the other side: a module that says nothing.
+class SilentLine
+{
+public:
+    SilentLine()
+    {
+        char name[256] = {0};
+        int slave = -1;
+        if (::openpty(&master, &slave, name, nullptr, nullptr) == 0) {
+            ::close(slave);
+            path = QString::fromLocal8Bit(name);
+        }
+    }
+    ~SilentLine()
+    {
+        if (master >= 0)
+            ::close(master);
+    }
+    int master = -1;
+    QString path;
+};
+
+} // namespace
+
+class TestModule : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void stateNames();
+    void opensStreamsAndReadsAreas();
+    void probeFindsTheRate();
+    void everyWriteKindIsReadBack();
+    void invalidWritesSendNothing();
+    void refusedWrite();
+    void writesWhileNotOpen();
+    void wrongBaudWithAFixedRate();
+    void silentModuleAndTimeout();
+    void busyPortIsRetried();
+    void lostAndReplugged();
+
+private:
+    QTemporaryDir dir;
+};
+
+void TestModule::initTestCase()
+{
+    QVERIFY(dir.isValid());
+}
+
+void TestModule::stateNames()
+{
+    const QStringList names{"opening", "open",          "silent",    "lost",
+                            "busy",    "no-permission", "wrong-baud"};
+    const Module::State states[] = {Module::State::Opening,  Module::State::Open,
+                                    Module::State::Silent,   Module::State::Lost,
+                                    Module::State::Busy,     Module::State::NoPermission,
+                                    Module::State::WrongBaud};
+    for (int i = 0; i < names.size(); ++i)
+        QCOMPARE(Module::stateName(states[i]), names.at(i));
+}
+
+void TestModule::opensStreamsAndReadsAreas()
+{
+    SimProcess sim;
+    const QString path = sim.start({"--rate", "20", "--fixed", "1.5,3", "--fixed", "-1,2", "--area",
+                                    "1,0,-3.5,6.5,-0.5,3.5", "--area", "3,1,2,7,4,5"});
+    QVERIFY(!path.isEmpty());
+    Module m("a", path, "auto");
+    QSignalSpy status(&m, &Module::statusChanged);
+    QSignalSpy config(&m, &Module::configChanged);
+    QSignalSpy targets(&m, &Module::targetsReport);
+    QSignalSpy areas(&m, &Module::areasReport);
+    QCOMPARE(m.state(), Module::State::Opening);
+    m.start();
+    QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Open, kOpenMs);
+    QVERIFY(!status.isEmpty());
+    QCOMPARE(status.last().at(0).toJsonObject().value("state").toString(), QString("open"));
+
+    QVERIFY(config.wait(kWriteMs) || !config.isEmpty());
+    const QJsonObject file = m.areaFile();
+    QCOMPARE(config.last().at(0).toJsonObject(), file);
+    QCOMPARE(file.value("format").toString(), QString("orv-areas"));
+    QCOMPARE(file.value("version").toInt(), 1);
+    QCOMPARE(file.value("areas").toArray().size(), 3);
+    QCOMPARE(area(file, 1).value("type").toString(), QString("detect"));
+    QCOMPARE(area(file, 1).value("from").toArray(), corner(-3.5, 6.5));
+    QCOMPARE(area(file, 1).value("to").toArray(), corner(-0.5, 3.5));
+    QCOMPARE(area(file, 2).value("type").toString(), QString("unset"));
+    QCOMPARE(area(file, 3).value("type").toString(), QString("exclude"));
+    QVERIFY(m.etag().startsWith('"') && m.etag().endsWith('"') && m.etag().size() > 4);
+
+    QTRY_VERIFY_WITH_TIMEOUT(targets.size() >= 5 && areas.size() >= 2, kOpenMs);
+    const QJsonObject record = targets.last().at(0).toJsonObject();
+    QCOMPARE(record.value("kind").toString(), QString("targets"));
+    QVERIFY(record.value("time").toString().endsWith('Z'));
+    const QJsonArray people = record.value("targets").toArray();
+    QCOMPARE(people.size(), 2);
+    QVERIFY(people.contains(corner(1.5, 3.0)));
+    QVERIFY(people.contains(corner(-1.0, 2.0)));
+    QCOMPARE(m.latestTargets().value("kind").toString(), QString("targets"));
+    const QJsonObject areaRecord = areas.last().at(0).toJsonObject();
+    QCOMPARE(areaRecord.value("kind").toString(), QString("areas"));
+    QCOMPARE(areaRecord.value("occupied").toArray().size(), 3);
+
+    // Stats: frames counted, a rate near radar-sim's 20 reports a second
+    // (a target and an area report each period).
+    QTRY_VERIFY_WITH_TIMEOUT(
+        m.status().value("stats").toObject().value("reportsPerSecond").toDouble() > 10, 8000);
+    const QJsonObject s = m.status();
+    QCOMPARE(s.value("id").toString(), QString("a"));
+    QCOMPARE(s.value("port").toString(), path);
+    QCOMPARE(s.value("baud").toInt(), 9600);
+    QCOMPARE(s.value("state").toString(), QString("open"));
+    QVERIFY(QDateTime::fromString(s.value("since").toString(), Qt::ISODateWithMs).isValid());
+    QVERIFY(s.value("since").toString().endsWith('Z'));
+    QCOMPARE(s.value("areas").toArray(), file.value("areas").toArray());
+    QVERIFY(s.value("display").isString());
+    const QJsonObject stats = s.value("stats").toObject();
+    QVERIFY(stats.value("frames").toDouble() >= targets.size() + areas.size());
+    QCOMPARE(stats.value("badSums").toDouble(), 0.0);
+    QVERIFY(stats.value("reportsPerSecond").toDouble() < 60);
+}
+
+void TestModule::probeFindsTheRate()
+{
+    SimProcess sim;
+    const QString path = sim.start({"--baud", "115200", "--rate", "10"});
+    QVERIFY(!path.isEmpty());
+    Module m("b", path, "auto");
+    QSignalSpy targets(&m, &Module::targetsReport);
+    m.start();
+    QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Open, kOpenMs);
+    QCOMPARE(m.status().value("baud").toInt(), 115200);
+    QVERIFY(targets.wait(kOpenMs) || !targets.isEmpty());
+    QTRY_VERIFY_WITH_TIMEOUT(!m.areaFile().isEmpty(), kWriteMs);
+}
+
+void TestModule::everyWriteKindIsReadBack()
+{
+    SimProcess sim;
+    const QString path = sim.start({"--rate", "10", "--area", "1,0,-3.5,6.5,-0.5,3.5"});
+    QVERIFY(!path.isEmpty());
+    Module m("c", path, "auto");
+    QSignalSpy config(&m, &Module::configChanged);
+    m.start();
+    QTRY_VERIFY_WITH_TIMEOUT(m.state() == Module::State::Open && !m.areaFile().isEmpty(), kOpenMs);
+    QByteArray tag = m.etag();
+    int configs = config.size();
+
+    // One area, with a corner that the wire truncates to decimetres.
+    auto o = write([&](Module::Done d) {
+        m.setArea(2, {{"type", "exclude"}, {"from", corner(1.25, 5)}, {"to", corner(3, 2)}}, d);
+    });
+    QCOMPARE(o->calls, 1);
+    QVERIFY2(o->result.kind == WriteResult::Ok, qPrintable(describe(o->result)));
+    QCOMPARE(area(o->result.areaFile, 2).value("type").toString(), QString("exclude"));
+    QCOMPARE(area(o->result.areaFile, 2).value("from").toArray().at(0).toDouble(), 1.2);
+    QCOMPARE(area(o->result.areaFile, 2).value("to").toArray(), corner(3, 2));
+    QCOMPARE(area(o->result.areaFile, 1).value("type").toString(), QString("detect"));
+    QCOMPARE(m.areaFile(), o->result.areaFile);
+    QVERIFY(m.etag() != tag);
+    QVERIFY(config.size() > configs);
+    QCOMPARE(config.last().at(0).toJsonObject(), m.areaFile());
+
+    // The display type, both ways, the other one first.
+    const QString held = m.status().value("display").toString();
+    QVERIFY(held == "area" || held == "track");
+    for (const QString &display : QStringList{held == "area" ? "track" : "area", held}) {
+        tag = m.etag();
+        o = write([&](Module::Done d) { m.setDisplay(display, d); });
+        QVERIFY2(o->result.kind == WriteResult::Ok, qPrintable(describe(o->result)));
+        QCOMPARE(o->result.areaFile.value("display").toString(), display);
+        QCOMPARE(m.status().value("display").toString(), display);
+        QVERIFY(m.etag() != tag);
+    }
+
+    // Cancel one area.
+    o = write([&](Module::Done d) { m.cancelArea(1, d); });
+    QVERIFY2(o->result.kind == WriteResult::Ok, qPrintable(describe(o->result)));
+    QCOMPARE(area(o->result.areaFile, 1).value("type").toString(), QString("unset"));
+    QCOMPARE(area(o->result.areaFile, 2).value("type").toString(), QString("exclude"));
+
+    // A whole file, as areas restore does it.
+    const QJsonObject file{{"format", "orv-areas"},
+                           {"version", 1},
+                           {"display", "area"},
+                           {"areas", QJsonArray{QJsonObject{{"number", 1},
+                                                            {"type", "detect"},
+                                                            {"from", corner(-2, 4)},
+                                                            {"to", corner(2, 1)}},
+                                                QJsonObject{{"number", 3},
+                                                            {"type", "exclude"},
+                                                            {"from", corner(-8, 8)},
+                                                            {"to", corner(-6, 6)}}}}};
+    configs = config.size();
+    o = write([&](Module::Done d) { m.setAreas(file, d); });
+    QVERIFY2(o->result.kind == WriteResult::Ok, qPrintable(describe(o->result)));
+    QCOMPARE(o->result.areaFile.value("display").toString(), QString("area"));
+    QCOMPARE(area(o->result.areaFile, 1).value("from").toArray(), corner(-2, 4));
+    QCOMPARE(area(o->result.areaFile, 1).value("to").toArray(), corner(2, 1));
+    QCOMPARE(area(o->result.areaFile, 2).value("type").toString(), QString("exclude"));
+    QCOMPARE(area(o->result.areaFile, 3).value("type").toString(), QString("exclude"));
+    QCOMPARE(area(o->result.areaFile, 3).value("from").toArray(), corner(-8, 8));
+    QVERIFY(config.size() > configs);
+
+    // The same file again changes nothing: no new config, the same tag.
+    tag = m.etag();
+    configs = config.size();
+    o = write([&](Module::Done d) { m.setAreas(file, d); });
+    QVERIFY2(o->result.kind == WriteResult::Ok, qPrintable(describe(o->result)));
+    QCOMPARE(m.etag(), tag);
+    QCOMPARE(config.size(), configs);
+
+    // Cancel all.
+    o = write([&](Module::Done d) { m.cancelAllAreas(d); });
+    QVERIFY2(o->result.kind == WriteResult::Ok, qPrintable(describe(o->result)));
+    for (int n = 1; n <= 3; ++n)
+        QCOMPARE(area(o->result.areaFile, n).value("type").toString(), QString("unset"));
+
+    // Writes queued together are done one after the other, each answered.
+    QList<std::shared_ptr<Outcome>> all;
+    for (int n = 1; n <= 3; ++n) {
+        auto each = std::make_shared<Outcome>();
+        all.append(each);
+        m.setArea(n, {{"type", "detect"}, {"from", corner(-n, n + 1)}, {"to", corner(n, n - 0.5)}},
+                  [each](const WriteResult &r) {
+                      ++each->calls;
+                      each->result = r;
+                  });
+    }
+    QVERIFY(waitUntil([&] { return all.last()->calls > 0; }, 3 * kWriteMs));
+    for (int n = 1; n <= 3; ++n) {
+        QCOMPARE(all.at(n - 1)->calls, 1);
+        QVERIFY2(all.at(n - 1)->result.kind == WriteResult::Ok,
+                 qPrintable(describe(all.at(n - 1)->result)));
+        QCOMPARE(area(m.areaFile(), n).value("from").toArray(), corner(-n, n + 1));
+    }
+}
+
+void TestModule::invalidWritesSendNothing()
+{
+    SimProcess sim;
+    const QString path = sim.start({"--rate", "5", "--verbose"});
+    QVERIFY(!path.isEmpty());
+    Module m("d", path, "9600");
+    m.start();
+    QTRY_VERIFY_WITH_TIMEOUT(m.state() == Module::State::Open && !m.areaFile().isEmpty(), kOpenMs);
+    const QJsonObject before = m.areaFile();
+    // The display type and the areas were read, nothing else.
+    QTRY_COMPARE_WITH_TIMEOUT(requestsSeen(sim), 2, 5000);
+    const int seen = requestsSeen(sim);
+
+    const struct {
+        std::function<void(Module::Done)> call;
+        QString message;
+    } cases[] = {
+        {[&](Module::Done d) {
+             m.setArea(4, {{"type", "unset"}}, d);
+         },
+         "\"4\" is not an area number (1, 2 or 3)"},
+        {[&](Module::Done d) { m.cancelArea(0, d); }, "\"0\" is not an area number (1, 2 or 3)"},
+        {[&](Module::Done d) {
+             m.setArea(1, {{"type", "detect"}, {"from", corner(9, 1)}, {"to", corner(1, 0)}}, d);
+         },
+         "area 1: from[0]: x 9 is outside -8..8 m (nothing was sent)"},
+        {[&](Module::Done d) {
+             m.setArea(2, {{"type", "round"}, {"from", corner(1, 1)}, {"to", corner(2, 0)}}, d);
+         },
+         "area 2: type: must be \"detect\", \"exclude\" or \"unset\" (nothing was sent)"},
+        {[&](Module::Done d) {
+             m.setArea(3, {{"type", "detect"}, {"to", corner(2, 0)}}, d);
+         },
+         "area 3: from: missing (a corner [x, y] in metres) (nothing was sent)"},
+        {[&](Module::Done d) { m.setDisplay("blue", d); },
+         "\"blue\" is not a display type (area or track)"},
+        {[&](Module::Done d) {
+             m.setAreas({{"format", "orv-areas"}, {"version", 2}}, d);
+         },
+         "area file: version: 2 is not supported (this orv-cli reads version 1) (nothing was "
+         "sent)"},
+        {[&](Module::Done d) { m.setAreasText("{\"format\": ", d); },
+         "area file:1:12: not valid JSON"},
+    };
+    for (const auto &c : cases) {
+        // Answered at once, before the event loop runs again.
+        auto o = std::make_shared<Outcome>();
+        c.call([o](const WriteResult &r) {
+            ++o->calls;
+            o->result = r;
+        });
+        QCOMPARE(o->calls, 1);
+        QCOMPARE(o->result.kind, WriteResult::Invalid);
+        QVERIFY2(o->result.error.startsWith(c.message), qPrintable(o->result.error));
+    }
+    // A good write after them: radar-sim sees only its requests (the change
+    // and the two reads), and the areas are as they were.
+    auto o = write([&](Module::Done d) { m.setDisplay("area", d); });
+    QVERIFY2(o->result.kind == WriteResult::Ok, qPrintable(describe(o->result)));
+    QTRY_COMPARE_WITH_TIMEOUT(requestsSeen(sim), seen + 3, 5000);
+    QCOMPARE(o->result.areaFile.value("areas"), before.value("areas"));
+}
+
+void TestModule::refusedWrite()
+{
+    SimProcess sim;
+    const QString path = sim.start({"--rate", "5", "--area", "2,0,-1,3,1,1"});
+    QVERIFY(!path.isEmpty());
+    Module m("e", path, "auto");
+    m.start();
+    QTRY_VERIFY_WITH_TIMEOUT(m.state() == Module::State::Open && !m.areaFile().isEmpty(), kOpenMs);
+    // radar-sim takes display types 1..3 only; the file's areas are not sent
+    // after the refusal, and the read-back comes with the answer.
+    const QJsonObject file{{"format", "orv-areas"},
+                           {"version", 1},
+                           {"display", 7},
+                           {"areas", QJsonArray{QJsonObject{{"number", 2}, {"type", "unset"}}}}};
+    auto o = write([&](Module::Done d) { m.setAreas(file, d); });
+    QCOMPARE(o->calls, 1);
+    QCOMPARE(o->result.kind, WriteResult::Refused);
+    QCOMPARE(o->result.error, QString("the module refused display type 7 (NG)"));
+    QCOMPARE(area(o->result.areaFile, 2).value("type").toString(), QString("detect"));
+    QCOMPARE(m.state(), Module::State::Open);
+}
+
+void TestModule::writesWhileNotOpen()
+{
+    // A port that does not exist: lost, and every write answered NotOpen.
+    Module m("f", dir.filePath("no-such-port"), "auto");
+    QSignalSpy status(&m, &Module::statusChanged);
+    m.start();
+    QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Lost, 3000);
+    QCOMPARE(status.last().at(0).toJsonObject().value("state").toString(), QString("lost"));
+    QVERIFY(m.status().value("why").toString().contains("does not exist"));
+    const std::function<void(Module::Done)> calls[] = {
+        [&](Module::Done d) { m.setDisplay("area", d); },
+        [&](Module::Done d) { m.cancelAllAreas(d); },
+        [&](Module::Done d) { m.cancelArea(1, d); },
+        [&](Module::Done d) {
+            m.setArea(1, {{"type", "detect"}, {"from", corner(0, 2)}, {"to", corner(1, 1)}}, d);
+        },
+        [&](Module::Done d) {
+            m.setAreas({{"format", "orv-areas"}, {"version", 1}, {"areas", QJsonArray()}}, d);
+        },
+    };
+    for (const auto &call : calls) {
+        auto o = std::make_shared<Outcome>();
+        call([o](const WriteResult &r) {
+            ++o->calls;
+            o->result = r;
+        });
+        QCOMPARE(o->calls, 1);
+        QCOMPARE(o->result.kind, WriteResult::NotOpen);
+        QVERIFY2(o->result.error.contains("lost") && o->result.error.contains("nothing was sent"),
+                 qPrintable(o->result.error));
+    }
+}
+
+void TestModule::wrongBaudWithAFixedRate()
+{
+    // The module talks at 115200; the service was told 9600.
+    SimProcess sim;
+    const QString path = sim.start({"--baud", "115200", "--rate", "20", "--verbose"});
+    QVERIFY(!path.isEmpty());
+    Module m("g", path, "9600");
+    QElapsedTimer clock;
+    clock.start();
+    m.start();
+    QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::WrongBaud, kOpenMs);
+    QVERIFY(clock.elapsed() >= Module::kSilentMs - 100);
+    const int seen = requestsSeen(sim);
+    auto o = write([&](Module::Done d) { m.setDisplay("area", d); });
+    QCOMPARE(o->result.kind, WriteResult::NotOpen);
+    QVERIFY2(o->result.error.contains("wrong-baud"), qPrintable(o->result.error));
+    QCOMPARE(requestsSeen(sim), seen);
+    QVERIFY(m.status().value("stats").toObject().value("strayBytes").toDouble() > 0);
+}
+
+void TestModule::silentModuleAndTimeout()
+{
+    // Nobody on the other side: open, then silent, and a write times out
+    // with orv-cli's words.
+    SilentLine line;
+    QVERIFY(!line.path.isEmpty());
+    Module m("h", line.path, "9600");
+    QSignalSpy status(&m, &Module::statusChanged);
+    m.start();
+    QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Silent, kOpenMs);
+    QStringList seen;
+    for (const QList<QVariant> &s : status)
+        seen << s.at(0).toJsonObject().value("state").toString();
+    QVERIFY2(seen.startsWith("open"), qPrintable(seen.join(' ')));
+    auto o = write([&](Module::Done d) { m.setDisplay("track", d); }, 30000);
+    QCOMPARE(o->calls, 1);
+    QCOMPARE(o->result.kind, WriteResult::Timeout);
+    QCOMPARE(o->result.error,
+             QString("no answer from the module on %1 at 9600 baud to the display-type change "
+                     "(asked 3 times, 1000 ms each)")
+                 .arg(line.path));
+
+    // A module that answers but sends no reports (rate 0) is silent too, and
+    // writable.
+    SimProcess sim;
+    const QString path = sim.start({"--rate", "0"});
+    QVERIFY(!path.isEmpty());
+    Module quiet("i", path, "auto");
+    quiet.start();
+    QTRY_COMPARE_WITH_TIMEOUT(quiet.state(), Module::State::Silent, kOpenMs);
+    o = write([&](Module::Done d) { quiet.setDisplay("area", d); });
+    QVERIFY2(o->result.kind == WriteResult::Ok, qPrintable(describe(o->result)));
+    QCOMPARE(o->result.areaFile.value("display").toString(), QString("area"));
+}
+
+void TestModule::busyPortIsRetried()
+{
+    SimProcess sim;
+    const QString path = sim.start({"--rate", "10"});
+    QVERIFY(!path.isEmpty());
+    QSerialPort holder;
+    holder.setPortName(path);
+    QVERIFY(holder.open(QIODevice::ReadWrite));
+    Module m("j", path, "auto");
+    m.start();
+    QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Busy, 3000);
+    auto o = write([&](Module::Done d) { m.cancelAllAreas(d); });
+    QCOMPARE(o->result.kind, WriteResult::NotOpen);
+    holder.close();
+    QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Open, 8000);
+    QCOMPARE(m.reconnects(), qint64(0));
+}
+
+void TestModule::lostAndReplugged()
+{
+    // One path for the module, a link to whichever radar-sim runs, made and
+    // removed as a replug would.
+    const QString link = dir.filePath("ttyORV");
+    SimProcess sim;
+    QString pty = sim.start({"--rate", "10", "--fixed", "0.5,2", "--area", "1,0,-1,3,1,1"});
+    QVERIFY(!pty.isEmpty());
+    QVERIFY(QFile::link(pty, link));
+
+    Module m("k", link, "auto");
+    QSignalSpy status(&m, &Module::statusChanged);
+    QSignalSpy targets(&m, &Module::targetsReport);
+    m.start();
+    QTRY_VERIFY_WITH_TIMEOUT(m.state() == Module::State::Open && !m.areaFile().isEmpty(), kOpenMs);
+
+    for (int cycle = 1; cycle <= 3; ++cycle) {
+        status.clear();
+        QElapsedTimer clock;
+        clock.start();
+        sim.stop();
+        QVERIFY(QFile::remove(link));
+        QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Lost, 3000);
+        QVERIFY2(clock.elapsed() <= 3000, qPrintable(QString::number(clock.elapsed())));
+        auto o = write([&](Module::Done d) { m.setDisplay("area", d); });
+        QCOMPARE(o->result.kind, WriteResult::NotOpen);
+
+        pty = sim.start({"--rate", "10", "--fixed", "0.5,2", "--area", "1,0,-1,3,1,1"});
+        QVERIFY(!pty.isEmpty());
+        QVERIFY(QFile::link(pty, link));
+        clock.restart();
+        QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Open, 5000);
+        QVERIFY2(clock.elapsed() <= 5000, qPrintable(QString::number(clock.elapsed())));
+        QStringList seen;
+        for (const QList<QVariant> &s : status)
+            seen << s.at(0).toJsonObject().value("state").toString();
+        QVERIFY2(seen.first() == "lost" && seen.last() == "open", qPrintable(seen.join(' ')));
+        QCOMPARE(m.reconnects(), qint64(cycle));
+        targets.clear();
+        QVERIFY(targets.wait(kOpenMs));
+    }
+}
+
+QTEST_GUILESS_MAIN(TestModule)
+#include "tst_module.moc"
