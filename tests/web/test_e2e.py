@@ -64,9 +64,13 @@ class Service:
     def start(self):
         self.process = subprocess.Popen(self.args, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                         text=True)
-        line = read_line(self.process, 'orv-cli serve')
-        match = re.search(r'(http://\S+)', line)
-        assert match, 'no URL in the start line: %r' % line
+        # The line with the URL to open (other notes may come first).
+        lines = []
+        match = None
+        while not match and len(lines) < 10:
+            lines.append(read_line(self.process, 'orv-cli serve'))
+            match = re.search(r'(http://\S+)', lines[-1])
+        assert match, 'no URL in the start lines: %r' % lines
         self.url = match.group(1)
         assert 'token=' in self.url, 'no token in %r' % self.url
         return self.url
@@ -80,6 +84,25 @@ class Service:
                 self.process.kill()
                 self.process.wait()
                 raise AssertionError('orv-cli serve did not stop on SIGTERM')
+
+
+class Simulator:
+    """radar-sim with its people, its pseudo-terminal behind a symbolic link
+    so that it can be unplugged and plugged in again at one path."""
+
+    def __init__(self, radar_sim, link):
+        self.args = [radar_sim, '--rate', '10', '--area', START_AREA, '--link', link] + sum(
+            (['--fixed', '%s,%s' % p] for p in PEOPLE), [])
+        self.process = None
+
+    def start(self):
+        self.process = subprocess.Popen(self.args, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        return read_line(self.process, 'radar-sim')
+
+    def stop(self):
+        if self.process and self.process.poll() is None:
+            self.process.terminate()
+            self.process.wait(10)
 
 
 class Api:
@@ -194,7 +217,7 @@ def check_people(driver):
         assert pixel[:3] == [0, 255, 100], pixel
 
 
-def desktop(args, api, service, shots):
+def desktop(args, api, service, sim, shots):
     driver = browser.start_browser(1280, 860)
     try:
         driver.get(service.url)
@@ -327,6 +350,15 @@ def desktop(args, api, service, shots):
         status, body, _ = api.call('DELETE', '/api/modules/sim/areas/1')
         assert status == 200, (status, body)
         wait_for('a change after the restart', lambda: page_area(driver, 1) == {'number': 1, 'type': 'unset'})
+
+        # The module is unplugged: the page shows it lost; plugged in again,
+        # open, without a reload.
+        state = lambda: js(driver, 'return document.getElementById("state").dataset.state')
+        sim.stop()
+        wait_for('the page to show the module lost', lambda: state() == 'lost')
+        sim.start()
+        wait_for('the page to show the module open again', lambda: state() == 'open')
+        wait_page_ready(driver)
     finally:
         driver.quit()
 
@@ -351,7 +383,6 @@ def phone(args, api, service, shots):
             }
             return out;''')
         assert not small, 'touch targets under 40 px: %r' % small
-        driver.save_screenshot(os.path.join(shots, 'serve-phone.png'))
 
         # A touch drag draws area 1 and Apply sets it.
         click(driver, '#area-number button[data-number="1"]')
@@ -361,6 +392,8 @@ def phone(args, api, service, shots):
         click(driver, '#apply')
         wait_for('the read-back of area 1', lambda: 'area 1' in message(driver))
         assert api.area(1) == {'number': 1, 'type': 'detect', 'from': [-6, 7], 'to': [-4, 5]}, api.area(1)
+        js(driver, 'window.scrollTo(0, 0)')
+        driver.save_screenshot(os.path.join(shots, 'serve-phone.png'))
         width = js(driver, 'return document.documentElement.scrollWidth')
         assert width <= 360, 'sideways scrolling after editing: %d px' % width
     finally:
@@ -377,26 +410,24 @@ def main():
     os.makedirs(args.shots, exist_ok=True)
     work = tempfile.mkdtemp(prefix='orv-web-e2e-')
     args.work = work
-    sim = subprocess.Popen([args.radar_sim, '--rate', '10', '--area', START_AREA]
-                           + sum((['--fixed', '%s,%s' % p] for p in PEOPLE), []),
-                           stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    link = os.path.join(work, 'module')
+    sim = Simulator(args.radar_sim, link)
     service = None
     try:
-        pty = read_line(sim, 'radar-sim')
+        sim.start()
         port = free_port()
-        service = Service(args.orv_cli, pty, port, os.path.join(work, 'token'))
+        service = Service(args.orv_cli, link, port, os.path.join(work, 'token'))
         service.start()
         token = re.search(r'token=([^&\s]+)', service.url).group(1)
         api = Api('http://127.0.0.1:%d' % port, token)
         wait_for('the module to be open', lambda: api.call('GET', '/api/modules/sim')[1].get('state') == 'open',
                  timeout=60)
-        desktop(args, api, service, args.shots)
+        desktop(args, api, service, sim, args.shots)
         phone(args, api, service, args.shots)
     finally:
         if service:
             service.stop()
-        sim.terminate()
-        sim.wait(10)
+        sim.stop()
         shutil.rmtree(work, ignore_errors=True)
     print('page end to end: all checks passed')
     return 0

@@ -101,7 +101,12 @@ function failure(error) {
     } else if (error.status === 503) {
         message(i18n.t('notOpen'), 'error');
     } else {
-        message(i18n.t('failed', error.message), 'error');
+        // A refusal (409) names what the module holds instead.
+        const differences = error.body && Array.isArray(error.body.differences)
+            ? error.body.differences.map((d) => (typeof d === 'string' ? d : JSON.stringify(d))) : [];
+        message(i18n.t('failed', [error.message, ...differences].join('; ')), 'error');
+        if (error.body && error.body.areas && error.body.areas.format)
+            setConfig(error.body.areas);
     }
 }
 
