@@ -9,6 +9,7 @@
 
 #include "service/mqttclient.h"
 #include "service/mqttdiscovery.h"
+#include "service/mqttforget.h"
 #include "service/mqttoptions.h"
 #include "service/mqttstate.h"
 
@@ -60,9 +61,3 @@ private:
 // a broker connection on standard error.
 QList<MqttBridge *> startMqtt(const QList<Module *> &modules, const MqttOptions &options,
                               QObject *parent);
-
-// orv-cli serve --mqtt URL --forget ID: clears module ID's discovery configs
-// and retained topics on the broker (empty retained payloads) and returns
-// the exit code: 0 done, 1 when the broker could not be reached or did not
-// acknowledge within timeoutMs. Opens no serial or HTTP port.
-int runMqttForget(const MqttOptions &options, const QString &id, int timeoutMs = 15000);

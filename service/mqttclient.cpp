@@ -103,6 +103,7 @@ MqttClient::MqttClient(const MqttOptions &options, const QString &clientId, cons
     : QObject(parent), shared(std::make_shared<Shared>())
 {
     initLibrary();
+    qRegisterMetaType<MqttClient::State>();
     shared->owner = this;
     shared->host = options.host;
     shared->port = options.port;
@@ -155,9 +156,10 @@ MqttClient::MqttClient(const MqttOptions &options, const QString &clientId, cons
         auto *s = static_cast<Shared *>(data);
         const QString topic = QString::fromUtf8(message->topic);
         const QByteArray payload(static_cast<const char *>(message->payload), message->payloadlen);
-        s->post([target = s->owner, topic, payload] {
+        const bool retained = message->retain;
+        s->post([target = s->owner, topic, payload, retained] {
             if (target)
-                emit target->messageReceived(topic, payload);
+                emit target->messageReceived(topic, payload, retained);
         });
     });
 }

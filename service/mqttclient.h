@@ -27,6 +27,7 @@ class MqttClient : public QObject
     Q_OBJECT
 public:
     enum class State { Connecting, Connected, Refused };
+    Q_ENUM(State)
     static QString stateName(State state); // "connecting", "connected", "refused"
 
     // will: the message the broker publishes when this connection dies
@@ -60,7 +61,7 @@ signals:
     void stateChanged(MqttClient::State state);
     // Connected (again): the subscriptions are made; publish everything.
     void connected();
-    void messageReceived(const QString &topic, const QByteArray &payload);
+    void messageReceived(const QString &topic, const QByteArray &payload, bool retained);
     // One line per change of the connection's condition, naming the cause.
     void problem(const QString &text);
     // Every QoS 1 message published so far is acknowledged.
