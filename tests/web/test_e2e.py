@@ -4,10 +4,15 @@ pseudo-terminal, driven in headless Chromium.
 - the page shows the simulated people where radar-sim puts them;
 - a real pointer drag on the plane draws an area and Apply sets it (checked
   through the API's read-back of the module);
+- display switch, backup download, restore with a preview of its changes,
+  cancel one and all areas, the language switch;
 - typed corners show the decimetre truncation the module applies;
 - a change made through the API appears without a reload, and an Apply on
   the state before it is refused as stale, nothing sent;
 - the stream survives a restart of the service and says it reconnects;
+- the module unplugged and plugged in again shows lost, then open;
+- a second module through the selector: walking an area proposes the
+  rectangle holding the walked path, and Apply sets it;
 - at 360x740 with touch: no sideways scrolling, touch targets of 40 px or
   more, a touch drag draws an area.
 Screenshots at desktop and phone size go to --shots."""
@@ -55,9 +60,10 @@ def read_line(process, what, timeout=30):
 
 
 class Service:
-    def __init__(self, orv_cli, pty, port, token_file):
-        self.args = [orv_cli, 'serve', '--port', 'sim=' + pty, '--listen', '127.0.0.1:%d' % port,
-                     '--token-file', token_file]
+    def __init__(self, orv_cli, ports, port, token_file):
+        self.args = [orv_cli, 'serve', '--listen', '127.0.0.1:%d' % port, '--token-file', token_file]
+        for name, path in ports:
+            self.args += ['--port', '%s=%s' % (name, path)]
         self.process = None
         self.url = None
 
@@ -90,9 +96,12 @@ class Simulator:
     """radar-sim with its people, its pseudo-terminal behind a symbolic link
     so that it can be unplugged and plugged in again at one path."""
 
-    def __init__(self, radar_sim, link):
-        self.args = [radar_sim, '--rate', '10', '--area', START_AREA, '--link', link] + sum(
-            (['--fixed', '%s,%s' % p] for p in PEOPLE), [])
+    def __init__(self, radar_sim, link, people=PEOPLE, walking=0):
+        self.args = [radar_sim, '--rate', '10', '--link', link]
+        if walking:
+            self.args += ['--targets', str(walking), '--seed', '5']
+        else:
+            self.args += ['--area', START_AREA] + sum((['--fixed', '%s,%s' % p] for p in people), [])
         self.process = None
 
     def start(self):
@@ -122,8 +131,8 @@ class Api:
         except urllib.error.HTTPError as e:
             return e.code, json.loads(e.read() or b'null'), e.headers
 
-    def area(self, number):
-        status, body, _ = self.call('GET', '/api/modules/sim/areas')
+    def area(self, number, module='sim'):
+        status, body, _ = self.call('GET', '/api/modules/%s/areas' % module)
         assert status == 200, (status, body)
         return next((a for a in body['areas'] if a['number'] == number), None)
 
@@ -359,8 +368,38 @@ def desktop(args, api, service, sim, shots):
         sim.start()
         wait_for('the page to show the module open again', lambda: state() == 'open')
         wait_page_ready(driver)
+
+        walk_an_area(driver, api)
     finally:
         driver.quit()
+
+
+def walk_an_area(driver, api):
+    """The second module, one person walking: the selector switches to it,
+    a walk proposes a rectangle holding the walked path, Apply sets it."""
+    from selenium.webdriver.support.ui import Select
+    Select(driver.find_element(By.ID, 'module')).select_by_value('walker')
+    wait_for('the walker module in the page', lambda: js(driver, '''
+        const s = window.orvPage.state;
+        return s.id === 'walker' && s.status && s.status.state === 'open' && s.targets.length === 1
+            && document.getElementById('stream').dataset.stream === 'open';'''), timeout=60)
+    click(driver, '#area-number button[data-number="2"]')
+    click(driver, '#walk')
+    wait_for('30 walked points', lambda: js(driver, 'return window.orvPage.walk.points.length') >= 30, timeout=60)
+    click(driver, '#walk')
+    points = js(driver, 'return window.orvPage.walk.points')
+    rect = js(driver, 'return window.orvPage.editor.rect')
+    assert rect, 'no proposal from %d points' % len(points)
+    inside = [p for p in points if rect['left'] - 1e-9 <= p['x'] <= rect['right'] + 1e-9
+              and rect['bottom'] - 1e-9 <= p['y'] <= rect['top'] + 1e-9]
+    assert len(inside) >= 0.9 * len(points), 'proposal %r holds %d of %d points' % (rect, len(inside), len(points))
+    status = js(driver, 'return document.getElementById("walk-status").textContent')
+    assert 'Proposed' in status, status
+    click(driver, '#apply')
+    wait_for('the walked area on the module', lambda: api.area(2, 'walker') == {
+        'number': 2, 'type': 'detect', 'from': [rect['left'], rect['top']], 'to': [rect['right'], rect['bottom']]})
+    Select(driver.find_element(By.ID, 'module')).select_by_value('sim')
+    wait_page_ready(driver)
 
 
 def phone(args, api, service, shots):
@@ -412,11 +451,15 @@ def main():
     args.work = work
     link = os.path.join(work, 'module')
     sim = Simulator(args.radar_sim, link)
+    walker_link = os.path.join(work, 'walker')
+    walker = Simulator(args.radar_sim, walker_link, walking=1)
     service = None
     try:
         sim.start()
+        walker.start()
         port = free_port()
-        service = Service(args.orv_cli, link, port, os.path.join(work, 'token'))
+        service = Service(args.orv_cli, [('sim', link), ('walker', walker_link)], port,
+                          os.path.join(work, 'token'))
         service.start()
         token = re.search(r'token=([^&\s]+)', service.url).group(1)
         api = Api('http://127.0.0.1:%d' % port, token)
@@ -428,6 +471,7 @@ def main():
         if service:
             service.stop()
         sim.stop()
+        walker.stop()
         shutil.rmtree(work, ignore_errors=True)
     print('page end to end: all checks passed')
     return 0
