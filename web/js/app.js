@@ -160,14 +160,20 @@ function setConfig(file, etag) {
     scheduler.invalidate();
 }
 
-async function refreshAreas() {
+// Reads the area file with its ETag, so that the page always holds a file
+// and the tag that goes with it (an edit's If-Match is the tag of what the
+// user saw). Answers that come back out of order are dropped.
+let refreshes = 0;
+async function refreshAreas(fallback) {
     const id = state.id;
+    const n = ++refreshes;
     try {
         const r = await api.areas(id);
-        if (id === state.id)
+        if (id === state.id && n === refreshes)
             setConfig(r.body, r.etag);
     } catch (e) {
-        // The stream brings the next state; nothing to do here.
+        if (fallback && id === state.id && n === refreshes)
+            setConfig(fallback);
     }
 }
 
@@ -192,8 +198,7 @@ function selectModule(id) {
             showStatus();
         },
         config(file) {
-            setConfig(file);
-            refreshAreas();
+            refreshAreas(file);
         },
         targets(record) {
             state.targets = Array.isArray(record.targets) ? record.targets : [];
@@ -219,9 +224,12 @@ async function loadModules() {
         state.modules = await api.modules();
     } catch (e) {
         showStream('reconnecting');
+        if (e.status === 401)
+            message(i18n.t('unauthorised'), 'error');
         setTimeout(loadModules, 2000);
         return;
     }
+    message('');
     // The token link has set the cookie; keep the token out of the address bar.
     if (location.search.includes('token='))
         history.replaceState(null, '', location.pathname);

@@ -68,6 +68,7 @@ export const STRINGS = {
         emptyRect: 'The area needs a width and a height.',
         confirmAll: 'Cancel all three areas?',
         fileError: 'Not an area file: {0}',
+        unauthorised: 'No access: open the link that orv-cli serve printed (it carries the token).',
     },
     zh: {
         title: '雷达模块',
@@ -135,6 +136,7 @@ export const STRINGS = {
         emptyRect: '区域需要宽度和高度。',
         confirmAll: '撤销全部三个区域？',
         fileError: '不是区域文件：{0}',
+        unauthorised: '无访问权限：请打开 orv-cli serve 打印的链接（其中含有令牌）。',
     },
 };
 

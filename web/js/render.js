@@ -106,7 +106,7 @@ function drawDraft(ctx, plane, editor, touch) {
     ctx.setLineDash([6, 4]);
     ctx.strokeRect(b.x, b.y, b.w, b.h);
     ctx.setLineDash([]);
-    const size = touch ? 12 : 8;
+    const size = touch ? 10 : 8;
     ctx.fillStyle = COLOURS.handle;
     for (const h of HANDLES) {
         const p = handlePoint(plane, editor.rect, h);
