@@ -22,119 +22,18 @@ import json
 import os
 import re
 import shutil
-import signal
-import socket
-import subprocess
 import sys
 import tempfile
-import urllib.error
-import urllib.request
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import browser  # noqa: E402
+from orvserve import Api, Service, Simulator, free_port  # noqa: E402
 from selenium.webdriver.common.by import By  # noqa: E402
 from browser import wait_for  # noqa: E402
 
 # Where radar-sim holds its people (metres) and the area it starts with.
 PEOPLE = [(1.5, 2.5), (-3.0, 5.0)]
 START_AREA = '1,0,-7.0,7.5,-5.0,6.0'
-
-
-def free_port():
-    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as s:
-        s.bind(('127.0.0.1', 0))
-        return s.getsockname()[1]
-
-
-def read_line(process, what, timeout=30):
-    """The first line of the process's standard output, with a bound."""
-    import selectors
-    sel = selectors.DefaultSelector()
-    sel.register(process.stdout, selectors.EVENT_READ)
-    if not sel.select(timeout):
-        raise AssertionError('%s printed nothing within %d s' % (what, timeout))
-    line = process.stdout.readline()
-    if not line:
-        raise AssertionError('%s ended: %s' % (what, process.stderr.read() if process.stderr else ''))
-    return line.strip()
-
-
-class Service:
-    def __init__(self, orv_cli, ports, port, token_file):
-        self.args = [orv_cli, 'serve', '--listen', '127.0.0.1:%d' % port, '--token-file', token_file]
-        for name, path in ports:
-            self.args += ['--port', '%s=%s' % (name, path)]
-        self.process = None
-        self.url = None
-
-    def start(self):
-        self.process = subprocess.Popen(self.args, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                        text=True)
-        # The line with the URL to open (other notes may come first).
-        lines = []
-        match = None
-        while not match and len(lines) < 10:
-            lines.append(read_line(self.process, 'orv-cli serve'))
-            match = re.search(r'(http://\S+)', lines[-1])
-        assert match, 'no URL in the start lines: %r' % lines
-        self.url = match.group(1)
-        assert 'token=' in self.url, 'no token in %r' % self.url
-        return self.url
-
-    def stop(self):
-        if self.process and self.process.poll() is None:
-            self.process.send_signal(signal.SIGTERM)
-            try:
-                self.process.wait(10)
-            except subprocess.TimeoutExpired:
-                self.process.kill()
-                self.process.wait()
-                raise AssertionError('orv-cli serve did not stop on SIGTERM')
-
-
-class Simulator:
-    """radar-sim with its people, its pseudo-terminal behind a symbolic link
-    so that it can be unplugged and plugged in again at one path."""
-
-    def __init__(self, radar_sim, link, people=PEOPLE, walking=0):
-        self.args = [radar_sim, '--rate', '10', '--link', link]
-        if walking:
-            self.args += ['--targets', str(walking), '--seed', '5']
-        else:
-            self.args += ['--area', START_AREA] + sum((['--fixed', '%s,%s' % p] for p in people), [])
-        self.process = None
-
-    def start(self):
-        self.process = subprocess.Popen(self.args, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        return read_line(self.process, 'radar-sim')
-
-    def stop(self):
-        if self.process and self.process.poll() is None:
-            self.process.terminate()
-            self.process.wait(10)
-
-
-class Api:
-    def __init__(self, base, token):
-        self.base = base
-        self.token = token
-
-    def call(self, method, path, body=None):
-        data = None if body is None else json.dumps(body).encode()
-        request = urllib.request.Request(self.base + path, data=data, method=method)
-        request.add_header('Authorization', 'Bearer ' + self.token)
-        if data is not None:
-            request.add_header('Content-Type', 'application/json')
-        try:
-            with urllib.request.urlopen(request, timeout=10) as response:
-                return response.status, json.loads(response.read() or b'null'), response.headers
-        except urllib.error.HTTPError as e:
-            return e.code, json.loads(e.read() or b'null'), e.headers
-
-    def area(self, number, module='sim'):
-        status, body, _ = self.call('GET', '/api/modules/%s/areas' % module)
-        assert status == 200, (status, body)
-        return next((a for a in body['areas'] if a['number'] == number), None)
 
 
 def js(driver, script, *args):
@@ -450,23 +349,29 @@ def main():
     work = tempfile.mkdtemp(prefix='orv-web-e2e-')
     args.work = work
     link = os.path.join(work, 'module')
-    sim = Simulator(args.radar_sim, link)
+    sim = Simulator(args.radar_sim, link, ['--rate', '10', '--area', START_AREA]
+                    + sum((['--fixed', '%s,%s' % p] for p in PEOPLE), []))
     walker_link = os.path.join(work, 'walker')
-    walker = Simulator(args.radar_sim, walker_link, walking=1)
+    walker = Simulator(args.radar_sim, walker_link, ['--rate', '10', '--targets', '1', '--seed', '5'])
     service = None
     try:
         sim.start()
         walker.start()
         port = free_port()
         service = Service(args.orv_cli, [('sim', link), ('walker', walker_link)], port,
-                          os.path.join(work, 'token'))
+                          os.path.join(work, 'token'), os.path.join(work, 'serve.log'))
         service.start()
-        token = re.search(r'token=([^&\s]+)', service.url).group(1)
-        api = Api('http://127.0.0.1:%d' % port, token)
+        api = Api('http://127.0.0.1:%d' % port, service.token())
         wait_for('the module to be open', lambda: api.call('GET', '/api/modules/sim')[1].get('state') == 'open',
                  timeout=60)
         desktop(args, api, service, sim, args.shots)
         phone(args, api, service, args.shots)
+    except BaseException:
+        log = os.path.join(work, 'serve.log')
+        if os.path.exists(log):
+            with open(log) as f:
+                print('orv-cli serve said:\n' + f.read()[-4000:])
+        raise
     finally:
         if service:
             service.stop()
