@@ -7,6 +7,8 @@
 #include "service/httpapi.h"
 #include "service/httpserver.h"
 #include "service/module.h"
+#include "service/mqttbridge.h"
+#include "service/mqttforget.h"
 #include "service/mqttoptions.h"
 #include "service/tokenfile.h"
 
@@ -111,6 +113,14 @@ int ServeCommand::run(CliContext &context)
         return context.usageError(
             QString("unexpected argument \"%1\"").arg(parser.positionalArguments().first()));
 
+    QString mqttError;
+    const MqttOptions mqtt = mqttOptionsFrom(parser, &mqttError);
+    if (!mqttError.isEmpty())
+        return context.usageError(mqttError);
+    // --forget ID clears a module's traces on the broker and ends.
+    if (mqtt.enabled && !mqtt.forgetId.isEmpty())
+        return runMqttForget(mqtt, mqtt.forgetId);
+
     // The modules.
     struct PortSpec {
         QString id, port;
@@ -147,9 +157,12 @@ int ServeCommand::run(CliContext &context)
     QStringList listenValues = parser.values("listen");
     if (listenValues.isEmpty())
         listenValues << QStringLiteral("127.0.0.1:7318");
-    for (const QString &value : listenValues) {
+    const bool noHttp = listenValues == QStringList{QStringLiteral("none")};
+    if (noHttp && !mqtt.enabled)
+        return context.usageError("--listen none leaves nothing to serve without --mqtt");
+    for (const QString &value : noHttp ? QStringList() : listenValues) {
         if (value.trimmed() == QLatin1String("none"))
-            return context.usageError("--listen none: a service without HTTP is not there yet");
+            return context.usageError("--listen none cannot go with other addresses");
         ListenAddress address;
         QString error;
         if (!ListenAddress::parse(value, &address, &error))
@@ -162,13 +175,6 @@ int ServeCommand::run(CliContext &context)
     if (!ok || limits.maxConnections < 1 || limits.maxConnections > 100000)
         return context.usageError(QString("--max-connections: \"%1\" is not a count (1..100000)")
                                       .arg(parser.value("max-connections")));
-
-    QString mqttError;
-    const MqttOptions mqtt = mqttOptionsFrom(parser, &mqttError);
-    if (!mqttError.isEmpty())
-        return context.usageError(mqttError);
-    if (mqtt.enabled)
-        return context.usageError("--mqtt: the MQTT side is not part of this build yet");
 
     // The token.
     const QString tokenPath =
@@ -211,6 +217,8 @@ int ServeCommand::run(CliContext &context)
     }
     for (Module *module : modules)
         module->start();
+    const QList<MqttBridge *> bridges =
+        mqtt.enabled ? startMqtt(modules, mqtt, &api) : QList<MqttBridge *>();
 
     QTimer keepAlive;
     QObject::connect(&keepAlive, &QTimer::timeout, &api, &HttpApi::keepAlive);
@@ -227,6 +235,8 @@ int ServeCommand::run(CliContext &context)
     // Streams end first, then the server finishes what it has in hand.
     api.closeStreams();
     server.stop(1000);
+    for (MqttBridge *bridge : bridges)
+        bridge->stop();
     context.note("stopped");
     return ExitDone;
 }
