@@ -122,7 +122,16 @@ Module::Module(const QString &id, const QString &portName, const QString &baud, 
     });
 }
 
-Module::~Module() = default;
+Module::~Module()
+{
+    // Every write still waiting is answered: the port closes first, so each
+    // finds the module not open.
+    retryTimer->stop();
+    silenceTimer->stop();
+    probe->cancel();
+    link->close();
+    queue->abandon();
+}
 
 void Module::start()
 {
@@ -207,6 +216,7 @@ void Module::becameOpen(int baud)
     silenceTimer->start();
     setState(State::Open);
     lastReadAttemptMs = 0;
+    stale = true;
     checkSilence();
 }
 
@@ -267,9 +277,10 @@ void Module::checkSilence()
             setState(State::Silent);
         }
     }
-    // The display type and areas are read once open, and again later when
-    // that found no answer.
-    if (!haveConfig && !reading && writable() &&
+    // The display type and areas are read on every opening (they may have
+    // been changed while the port was away), and again later when that
+    // found no answer.
+    if (stale && !reading && writable() &&
         (lastReadAttemptMs == 0 || now - lastReadAttemptMs >= kReadRetryMs)) {
         lastReadAttemptMs = now;
         reading = true;
@@ -363,6 +374,7 @@ void Module::takeHeld(const ModuleAreas &held)
     const QByteArray tag =
         "\"" + QCryptographicHash::hash(json, QCryptographicHash::Sha1).toHex().left(20) + "\"";
     *this->held = held;
+    stale = false;
     if (haveConfig && tag == configTag)
         return;
     haveConfig = true;

@@ -153,6 +153,7 @@ private:
     qint64 bytesAtLastFrame = 0;
     qint64 lastReadAttemptMs = 0;
     bool reading = false;
+    bool stale = true; // the areas and display are to be read (again)
 
     bool haveConfig = false;
     std::unique_ptr<ModuleAreas> held; // what the module held at the last read

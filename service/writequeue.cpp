@@ -80,6 +80,14 @@ void WriteQueue::portLost()
         answer(LinkStatus::Lost, QByteArray());
 }
 
+void WriteQueue::abandon()
+{
+    portLost();
+    while (!jobs.isEmpty())
+        jobs.dequeue()([] {});
+    busy = false;
+}
+
 void WriteQueue::answer(LinkStatus status, const QByteArray &frame)
 {
     timer.stop();

@@ -33,6 +33,10 @@ public:
     void ask(quint8 code, const QByteArray &payload, Answer then);
     // The port went away: the request waiting (if any) ends as Lost.
     void portLost();
+    // The owner goes away: the waiting request ends as Lost and every job
+    // still in line runs at once (each is expected to find the port closed
+    // and answer without asking).
+    void abandon();
 
     int waiting() const { return jobs.size() + (busy ? 1 : 0); }
     int answerMs = 1000;

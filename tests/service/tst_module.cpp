@@ -5,6 +5,7 @@
 #include "service/module.h"
 #include "tests/tools/simpeer.h"
 
+#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -122,6 +123,7 @@ private slots:
     void silentModuleAndTimeout();
     void busyPortIsRetried();
     void lostAndReplugged();
+    void destroyedWithWritesWaiting();
 
 private:
     QTemporaryDir dir;
@@ -161,7 +163,7 @@ void TestModule::opensStreamsAndReadsAreas()
     QVERIFY(!status.isEmpty());
     QCOMPARE(status.last().at(0).toJsonObject().value("state").toString(), QString("open"));
 
-    QVERIFY(config.wait(kWriteMs) || !config.isEmpty());
+    QTRY_VERIFY_WITH_TIMEOUT(!config.isEmpty(), kWriteMs);
     const QJsonObject file = m.areaFile();
     QCOMPARE(config.last().at(0).toJsonObject(), file);
     QCOMPARE(file.value("format").toString(), QString("orv-areas"));
@@ -216,7 +218,7 @@ void TestModule::probeFindsTheRate()
     m.start();
     QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Open, kOpenMs);
     QCOMPARE(m.status().value("baud").toInt(), 115200);
-    QVERIFY(targets.wait(kOpenMs) || !targets.isEmpty());
+    QTRY_VERIFY_WITH_TIMEOUT(!targets.isEmpty(), kOpenMs);
     QTRY_VERIFY_WITH_TIMEOUT(!m.areaFile().isEmpty(), kWriteMs);
 }
 
@@ -516,20 +518,28 @@ void TestModule::busyPortIsRetried()
 void TestModule::lostAndReplugged()
 {
     // One path for the module, a link to whichever radar-sim runs, made and
-    // removed as a replug would.
+    // removed as a replug would. Each new module holds another area 1, as if
+    // it had been changed elsewhere while unplugged.
     const QString link = dir.filePath("ttyORV");
+    const auto simArgs = [](int cycle) {
+        return QStringList{"--rate", "10",     "--fixed",
+                           "0.5,2",  "--area", QString("1,0,-%1,3,1,1").arg(cycle % 2 + 1)};
+    };
     SimProcess sim;
-    QString pty = sim.start({"--rate", "10", "--fixed", "0.5,2", "--area", "1,0,-1,3,1,1"});
+    QString pty = sim.start(simArgs(0));
     QVERIFY(!pty.isEmpty());
     QVERIFY(QFile::link(pty, link));
 
     Module m("k", link, "auto");
     QSignalSpy status(&m, &Module::statusChanged);
     QSignalSpy targets(&m, &Module::targetsReport);
+    QSignalSpy config(&m, &Module::configChanged);
     m.start();
     QTRY_VERIFY_WITH_TIMEOUT(m.state() == Module::State::Open && !m.areaFile().isEmpty(), kOpenMs);
+    int descriptors = -1;
 
-    for (int cycle = 1; cycle <= 3; ++cycle) {
+    constexpr int kCycles = 6;
+    for (int cycle = 1; cycle <= kCycles; ++cycle) {
         status.clear();
         QElapsedTimer clock;
         clock.start();
@@ -540,7 +550,9 @@ void TestModule::lostAndReplugged()
         auto o = write([&](Module::Done d) { m.setDisplay("area", d); });
         QCOMPARE(o->result.kind, WriteResult::NotOpen);
 
-        pty = sim.start({"--rate", "10", "--fixed", "0.5,2", "--area", "1,0,-1,3,1,1"});
+        const QByteArray tag = m.etag();
+        config.clear();
+        pty = sim.start(simArgs(cycle));
         QVERIFY(!pty.isEmpty());
         QVERIFY(QFile::link(pty, link));
         clock.restart();
@@ -551,8 +563,50 @@ void TestModule::lostAndReplugged()
             seen << s.at(0).toJsonObject().value("state").toString();
         QVERIFY2(seen.first() == "lost" && seen.last() == "open", qPrintable(seen.join(' ')));
         QCOMPARE(m.reconnects(), qint64(cycle));
+        QCOMPARE(m.status().value("stats").toObject().value("reconnects").toInt(), cycle);
+
+        // The areas are read again, and the change seen.
+        QTRY_VERIFY_WITH_TIMEOUT(!config.isEmpty(), kWriteMs);
+        QCOMPARE(area(config.last().at(0).toJsonObject(), 1).value("from").toArray(),
+                 corner(-(cycle % 2 + 1), 3));
+        QVERIFY(m.etag() != tag);
         targets.clear();
         QVERIFY(targets.wait(kOpenMs));
+
+        // Nothing is left open from earlier cycles.
+        const int now =
+            QDir("/proc/self/fd")
+                .entryList(QDir::NoDotAndDotDot | QDir::System | QDir::Files | QDir::Dirs)
+                .size();
+        if (cycle == 2)
+            descriptors = now;
+        else if (cycle > 2)
+            QCOMPARE(now, descriptors);
+    }
+}
+
+void TestModule::destroyedWithWritesWaiting()
+{
+    SimProcess sim;
+    const QString path = sim.start({"--rate", "10"});
+    QVERIFY(!path.isEmpty());
+    auto m = std::make_unique<Module>("l", path, "auto");
+    m->start();
+    QTRY_VERIFY_WITH_TIMEOUT(m->state() == Module::State::Open && !m->areaFile().isEmpty(),
+                             kOpenMs);
+    QList<std::shared_ptr<Outcome>> all;
+    for (int n = 1; n <= 3; ++n) {
+        auto each = std::make_shared<Outcome>();
+        all.append(each);
+        m->cancelArea(n, [each](const WriteResult &r) {
+            ++each->calls;
+            each->result = r;
+        });
+    }
+    m.reset();
+    for (const auto &each : all) {
+        QCOMPARE(each->calls, 1);
+        QCOMPARE(each->result.kind, WriteResult::NotOpen);
     }
 }
 
