@@ -267,6 +267,10 @@ def desktop(args, api, service, sim, shots):
         sim.start()
         wait_for('the page to show the module open again', lambda: state() == 'open')
         wait_page_ready(driver)
+        # The module plugged in holds radar-sim's starting area again (all
+        # were cancelled before): the page shows what the module holds now.
+        wait_for('the plugged-in module\'s areas', lambda: page_area(driver, 1) == {
+            'number': 1, 'type': 'detect', 'from': [-7, 7.5], 'to': [-5, 6]})
 
         walk_an_area(driver, api)
     finally:
@@ -324,12 +328,12 @@ def phone(args, api, service, shots):
 
         # A touch drag draws area 1 and Apply sets it.
         click(driver, '#area-number button[data-number="1"]')
-        drag(driver, (-6.0, 7.0), (-4.0, 5.0), touch=True)
+        drag(driver, (1.0, 7.0), (4.0, 5.0), touch=True)
         assert js(driver, 'return window.orvPage.editor.rect') == {
-            'left': -6, 'right': -4, 'top': 7, 'bottom': 5}, js(driver, 'return window.orvPage.editor.rect')
+            'left': 1, 'right': 4, 'top': 7, 'bottom': 5}, js(driver, 'return window.orvPage.editor.rect')
         click(driver, '#apply')
         wait_for('the read-back of area 1', lambda: 'area 1' in message(driver))
-        assert api.area(1) == {'number': 1, 'type': 'detect', 'from': [-6, 7], 'to': [-4, 5]}, api.area(1)
+        assert api.area(1) == {'number': 1, 'type': 'detect', 'from': [1, 7], 'to': [4, 5]}, api.area(1)
         js(driver, 'window.scrollTo(0, 0)')
         driver.save_screenshot(os.path.join(shots, 'serve-phone.png'))
         width = js(driver, 'return document.documentElement.scrollWidth')

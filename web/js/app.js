@@ -201,6 +201,7 @@ function selectModule(id) {
             refreshAreas(file);
         },
         targets(record) {
+            ++page.reports;
             state.targets = Array.isArray(record.targets) ? record.targets : [];
             const now = performance.now();
             trails.add(state.targets, now);
@@ -498,7 +499,7 @@ function translate() {
 }
 
 // For tests and the curious: the page's live objects.
-const page = { plane, editor, trails, walk, state, scheduler, i18n, api, stream: null };
+const page = { plane, editor, trails, walk, state, scheduler, i18n, api, stream: null, reports: 0 };
 window.orvPage = page;
 
 new ResizeObserver(resize).observe($('plane-box'));
