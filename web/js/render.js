@@ -89,7 +89,11 @@ function drawArea(ctx, plane, entry, occupied, labels) {
     ctx.font = '12px sans-serif';
     ctx.textAlign = 'center';
     ctx.textBaseline = 'middle';
-    ctx.fillText(`${labels[entry.type] || entry.type}${entry.number}`, b.x + b.w / 2, b.y + b.h / 2);
+    // The window's label ("Detection1"), or the number alone where the area
+    // is too narrow for it.
+    const label = `${labels[entry.type] || entry.type}${entry.number}`;
+    const text = ctx.measureText(label).width <= b.w - 4 ? label : String(entry.number);
+    ctx.fillText(text, b.x + b.w / 2, b.y + b.h / 2);
 }
 
 function drawDraft(ctx, plane, editor, touch) {
