@@ -116,6 +116,7 @@ Module::Module(const QString &id, const QString &portName, const QString &baud, 
     // A device that comes back (a replug, a link made again) shows in its
     // folder: try at once instead of waiting for the next retry.
     connect(watcher, &QFileSystemWatcher::directoryChanged, this, [this] {
+        watchFolder();
         if (retryTimer->isActive() && current == State::Lost &&
             QFileInfo::exists(ModuleSession::devicePath(port)))
             retryTimer->start(0);
@@ -135,10 +136,23 @@ Module::~Module()
 
 void Module::start()
 {
-    const QString folder = QFileInfo(ModuleSession::devicePath(port)).absolutePath();
-    if (QFileInfo(folder).isDir())
-        watcher->addPath(folder);
+    watchFolder();
     tryOpen();
+}
+
+void Module::watchFolder()
+{
+    // The device's folder, or the nearest one above it that exists (a folder
+    // such as /dev/serial/by-id goes away with its last device).
+    QFileInfo folder(QFileInfo(ModuleSession::devicePath(port)).absolutePath());
+    while (!folder.isDir() && !folder.isRoot())
+        folder = QFileInfo(folder.absolutePath());
+    const QString path = folder.absoluteFilePath();
+    if (watcher->directories() == QStringList{path})
+        return;
+    if (!watcher->directories().isEmpty())
+        watcher->removePaths(watcher->directories());
+    watcher->addPath(path);
 }
 
 void Module::setState(State state)
@@ -178,6 +192,7 @@ void Module::tryOpen()
         break;
     }
     lastWhy = why;
+    watchFolder();
     scheduleRetry();
 }
 

@@ -116,6 +116,7 @@ private:
     struct Step;
     void setState(State state);
     void tryOpen();
+    void watchFolder();
     void scheduleRetry();
     void onProbed(int baud, bool heardBytes);
     void becameOpen(int baud);

@@ -14,8 +14,10 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <fcntl.h>
 #include <memory>
 #include <pty.h>
+#include <unistd.h>
 
 namespace
 {
@@ -124,6 +126,8 @@ private slots:
     void busyPortIsRetried();
     void lostAndReplugged();
     void destroyedWithWritesWaiting();
+    void probeFindsNoRate();
+    void deviceFolderAppearsLater();
 
 private:
     QTemporaryDir dir;
@@ -608,6 +612,62 @@ void TestModule::destroyedWithWritesWaiting()
         QCOMPARE(each->calls, 1);
         QCOMPARE(each->result.kind, WriteResult::NotOpen);
     }
+}
+
+void TestModule::probeFindsNoRate()
+{
+    // Bytes that never hold a frame, at every rate: wrong-baud, saying so.
+    SilentLine noisy;
+    QVERIFY(!noisy.path.isEmpty());
+    QTimer garbage;
+    QObject::connect(&garbage, &QTimer::timeout, [&] {
+        const QByteArray bytes(32, '\x55');
+        QVERIFY(::write(noisy.master, bytes.constData(), size_t(bytes.size())) == bytes.size());
+        char drain[512];
+        while (::read(noisy.master, drain, sizeof drain) > 0) {
+        }
+    });
+    ::fcntl(noisy.master, F_SETFL, ::fcntl(noisy.master, F_GETFL) | O_NONBLOCK);
+    garbage.start(20);
+    Module m("m", noisy.path, "auto");
+    QSignalSpy status(&m, &Module::statusChanged);
+    m.start();
+    QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::WrongBaud, 20000);
+    QVERIFY2(m.status().value("why").toString().contains("bytes came"),
+             qPrintable(m.status().value("why").toString()));
+    QCOMPARE(status.first().at(0).toJsonObject().value("state").toString(), QString("wrong-baud"));
+    auto o = write([&](Module::Done d) { m.setDisplay("area", d); });
+    QCOMPARE(o->result.kind, WriteResult::NotOpen);
+    garbage.stop();
+
+    // Nothing at all: the same state, with the other reason.
+    SilentLine silent;
+    QVERIFY(!silent.path.isEmpty());
+    Module quiet("n", silent.path, "auto");
+    quiet.start();
+    QTRY_COMPARE_WITH_TIMEOUT(quiet.state(), Module::State::WrongBaud, 20000);
+    QVERIFY2(quiet.status().value("why").toString().contains("nothing came"),
+             qPrintable(quiet.status().value("why").toString()));
+}
+
+void TestModule::deviceFolderAppearsLater()
+{
+    // The port's folder does not exist yet (as /dev/serial/by-id before the
+    // first device): the module comes up soon after folder and device appear.
+    const QString folder = dir.filePath("by-id");
+    const QString link = folder + "/usb-orv";
+    Module m("o", link, "auto");
+    m.start();
+    QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Lost, 3000);
+    SimProcess sim;
+    const QString pty = sim.start({"--rate", "10"});
+    QVERIFY(!pty.isEmpty());
+    QVERIFY(QDir().mkpath(folder));
+    QVERIFY(QFile::link(pty, link));
+    QElapsedTimer clock;
+    clock.start();
+    QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Open, 5000);
+    QVERIFY(clock.elapsed() <= 5000);
 }
 
 QTEST_GUILESS_MAIN(TestModule)
