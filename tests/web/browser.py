@@ -22,9 +22,9 @@ def skip_without_chromium():
         sys.exit(SKIP)
 
 
-def start_browser(width=1280, height=800, phone=False):
-    """A fresh headless Chromium; phone=True emulates a touch screen of
-    width x height CSS pixels."""
+def start_browser(width=1280, height=800, phone=False, language='en-US'):
+    """A fresh headless Chromium preferring language; phone=True emulates a
+    touch screen of width x height CSS pixels."""
     from selenium import webdriver
     from selenium.webdriver.chrome.service import Service
 
@@ -34,8 +34,9 @@ def start_browser(width=1280, height=800, phone=False):
     for arg in ('--headless', '--no-sandbox', '--disable-gpu', '--disable-background-networking',
                 '--disable-component-update', '--disable-sync', '--no-first-run',
                 '--disable-dev-shm-usage', '--user-data-dir=' + profile,
-                '--window-size=%d,%d' % (width, height), '--lang=en-US'):
+                '--window-size=%d,%d' % (width, height), '--lang=' + language):
         options.add_argument(arg)
+    options.add_experimental_option('prefs', {'intl.accept_languages': language})
     if phone:
         options.add_experimental_option('mobileEmulation', {
             'deviceMetrics': {'width': width, 'height': height, 'pixelRatio': 2, 'touch': True},

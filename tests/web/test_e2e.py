@@ -13,8 +13,9 @@ pseudo-terminal, driven in headless Chromium.
 - the module unplugged and plugged in again shows lost, then open;
 - a second module through the selector: walking an area proposes the
   rectangle holding the walked path, and Apply sets it;
-- at 360x740 with touch: no sideways scrolling, touch targets of 40 px or
-  more, a touch drag draws an area.
+- at 360x740 with touch, a browser preferring Chinese: the page in Chinese,
+  no sideways scrolling, touch targets of 40 px or more, a touch drag draws
+  an area.
 Screenshots at desktop and phone size go to --shots."""
 
 import argparse
@@ -141,7 +142,7 @@ def desktop(args, api, service, sim, shots):
         assert js(driver, 'return window.orvPage.editor.rect') == {
             'left': -1, 'right': 2, 'top': 4, 'bottom': 1}, js(driver, 'return window.orvPage.editor.rect')
         click(driver, '#apply')
-        wait_for('the read-back of area 2', lambda: 'area 2' in message(driver) and 'detect' in message(driver))
+        wait_for('the read-back of area 2', lambda: 'area 2: Detection (-1, 4) – (2, 1)' in message(driver))
         held = api.area(2)
         assert held == {'number': 2, 'type': 'detect', 'from': [-1, 4], 'to': [2, 1]}, held
 
@@ -221,7 +222,7 @@ def desktop(args, api, service, sim, shots):
         wait_for('the preview of changes', lambda: js(
             driver, 'return document.getElementById("restore-changes").children.length') == 2)
         preview = js(driver, 'return document.getElementById("restore-changes").textContent')
-        assert 'exclude (-7, 8) to (-6, 7)' in preview and 'unset' in preview, preview
+        assert 'Exclusion (-7, 8) – (-6, 7)' in preview and 'Not set' in preview, preview
         assert api.area(2)['type'] == 'detect', 'nothing sent before apply'
         click(driver, '#restore-apply')
         wait_for('the restored areas', lambda: api.area(1) == restore['areas'][0] and api.area(2) == restore['areas'][1])
@@ -306,11 +307,15 @@ def walk_an_area(driver, api):
 
 
 def phone(args, api, service, shots):
-    driver = browser.start_browser(360, 740, phone=True)
+    # A phone whose browser prefers Chinese gets the page in Chinese.
+    driver = browser.start_browser(360, 740, phone=True, language='zh-CN')
     try:
         driver.get(service.url)
         wait_page_ready(driver)
         check_people(driver)
+        assert js(driver, 'return navigator.language').startswith('zh'), js(driver, 'return navigator.language')
+        assert js(driver, 'return document.querySelector(".legend .detect").textContent') == '检测区域'
+        assert js(driver, 'return document.getElementById("apply").textContent') == '应用'
         assert js(driver, 'return window.innerWidth') == 360
         width = js(driver, 'return document.documentElement.scrollWidth')
         assert width <= 360, 'sideways scrolling: the page is %d px wide' % width
@@ -332,7 +337,7 @@ def phone(args, api, service, shots):
         assert js(driver, 'return window.orvPage.editor.rect') == {
             'left': 1, 'right': 4, 'top': 7, 'bottom': 5}, js(driver, 'return window.orvPage.editor.rect')
         click(driver, '#apply')
-        wait_for('the read-back of area 1', lambda: 'area 1' in message(driver))
+        wait_for('the read-back of area 1', lambda: '模块保存的区域 1' in message(driver))
         assert api.area(1) == {'number': 1, 'type': 'detect', 'from': [1, 7], 'to': [4, 5]}, api.area(1)
         js(driver, 'window.scrollTo(0, 0)')
         driver.save_screenshot(os.path.join(shots, 'serve-phone.png'))

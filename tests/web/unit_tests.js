@@ -343,6 +343,8 @@ test('area file: reading, changes, names, truncation', () => {
     equal(readAreaFile(JSON.stringify(incoming)).file, incoming);
     equal(downloadName('pts-3', new Date(Date.UTC(2026, 10, 5, 23, 59))), 'orv-pts-3-2026-11-05.json');
     equal(entryText({ type: 'unset' }), 'unset');
+    equal(entryText({ type: 'exclude', from: [0, 2], to: [1, 1] }, { exclude: '屏蔽区域', to: '–' }),
+          '屏蔽区域 (0, 2) – (1, 1)');
     const asked = { type: 'detect', from: [-1, 1.55], to: [2.3, 0.5] };
     const held = { type: 'detect', from: [-1, 1.5], to: [2.3, 0.5] };
     equal(truncations(asked, held), [{ name: 'y1', asked: 1.55, held: 1.5 }]);

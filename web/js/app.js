@@ -77,6 +77,14 @@ function resize() {
 
 // Messages ------------------------------------------------------------------
 
+function words() {
+    return { detect: i18n.t('detect'), exclude: i18n.t('exclude'), unset: i18n.t('unset'), to: '–' };
+}
+
+function areaText(entry) {
+    return entryText(entry, words());
+}
+
 function message(text, kind = '') {
     const el = $('message');
     el.textContent = text;
@@ -279,13 +287,13 @@ function apply() {
     const body = editor.request();
     write((etag) => api.putArea(state.id, number, body, etag), (file) => {
         const held = entryOf(file, number) || { type: 'unset' };
-        message(i18n.t('held', number, entryText(held)));
+        message(i18n.t('held', number, areaText(held)));
         if (draft && type !== 'unset') {
             const asked = { type, from: [draft.left, draft.top], to: [draft.right, draft.bottom] };
             const cut = truncations(asked, held);
             if (cut.length) {
                 const text = cut.map((c) => `${c.name} ${c.asked} → ${c.held}`).join(', ');
-                message(`${i18n.t('held', number, entryText(held))} ${i18n.t('truncated', text)}`);
+                message(`${i18n.t('held', number, areaText(held))} ${i18n.t('truncated', text)}`);
             }
         }
     });
@@ -325,7 +333,7 @@ function cancelAll() {
     cancelAllArmed = null;
     button.textContent = i18n.t('cancelAll');
     write((etag) => api.cancelAll(state.id, etag),
-          (file) => message(i18n.t('cancelled', [1, 2, 3].map((n) => `${n}: ${entryText(entryOf(file, n))}`).join('; '))));
+          (file) => message(i18n.t('cancelled', [1, 2, 3].map((n) => `${n}: ${areaText(entryOf(file, n))}`).join('; '))));
 }
 
 // Restore ----------------------------------------------------------------------
@@ -344,7 +352,7 @@ async function chooseRestore(file) {
         return;
     }
     restoreFile = r.file;
-    const changes = diffAreaFiles(state.config, r.file);
+    const changes = diffAreaFiles(state.config, r.file, words());
     $('restore-text').textContent = i18n.t(changes.length ? 'restoreChanges' : 'restoreSame');
     for (const c of changes) {
         const li = document.createElement('li');
@@ -434,7 +442,7 @@ $('reload').addEventListener('click', async () => {
 $('cancel-area').addEventListener('click', () => {
     const number = editor.number;
     write((etag) => api.cancelArea(state.id, number, etag),
-          (file) => message(i18n.t('held', number, entryText(entryOf(file, number)))));
+          (file) => message(i18n.t('held', number, areaText(entryOf(file, number)))));
 });
 $('cancel-all').addEventListener('click', cancelAll);
 for (const b of document.querySelectorAll('#display button'))
@@ -478,7 +486,7 @@ $('restore-apply').addEventListener('click', () => {
     const file = restoreFile;
     write((etag) => api.putAreas(state.id, file, etag), (held) => {
         endRestore();
-        message(i18n.t('cancelled', [1, 2, 3].map((n) => `${n}: ${entryText(entryOf(held, n))}`).join('; ')));
+        message(i18n.t('cancelled', [1, 2, 3].map((n) => `${n}: ${areaText(entryOf(held, n))}`).join('; ')));
     });
 });
 $('module').addEventListener('change', () => selectModule($('module').value));

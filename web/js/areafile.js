@@ -12,12 +12,14 @@ function fixed(v) {
     return (Math.round(v * 1000) / 1000).toString();
 }
 
-// "detect (-1.5, 3) to (1.5, 1)", "unset".
-export function entryText(entry) {
+export const WORDS = Object.freeze({ detect: 'detect', exclude: 'exclude', unset: 'unset', to: 'to' });
+
+// "detect (-1.5, 3) to (1.5, 1)", "unset"; words gives the page's language.
+export function entryText(entry, words = WORDS) {
     if (!entry || entry.type === 'unset' || !entry.from || !entry.to)
-        return 'unset';
-    return `${entry.type} (${fixed(entry.from[0])}, ${fixed(entry.from[1])}) to ` +
-        `(${fixed(entry.to[0])}, ${fixed(entry.to[1])})`;
+        return words.unset;
+    return `${words[entry.type] || entry.type} (${fixed(entry.from[0])}, ${fixed(entry.from[1])}) ` +
+        `${words.to} (${fixed(entry.to[0])}, ${fixed(entry.to[1])})`;
 }
 
 // The entry of area number, or null when the file does not name it.
@@ -54,7 +56,7 @@ export function readAreaFile(text) {
 // What restoring incoming over current changes: [{what, from, to}], where
 // what is "display" or an area number. Areas the incoming file leaves out
 // stay as they are (as restore leaves them).
-export function diffAreaFiles(current, incoming) {
+export function diffAreaFiles(current, incoming, words = WORDS) {
     const changes = [];
     if (incoming.display !== undefined && incoming.display !== (current && current.display))
         changes.push({ what: 'display', from: String(current ? current.display : ''), to: String(incoming.display) });
@@ -64,7 +66,7 @@ export function diffAreaFiles(current, incoming) {
             continue;
         const now = entryOf(current, n) || { type: 'unset' };
         if (!sameEntry(now, next))
-            changes.push({ what: n, from: entryText(now), to: entryText(next) });
+            changes.push({ what: n, from: entryText(now, words), to: entryText(next, words) });
     }
     return changes;
 }
