@@ -2,6 +2,7 @@
 // probing, reports, every kind of write with its read-back, refused and
 // invalid writes, silence, a wrong rate, a busy port, loss and return.
 
+#include "radar/frameformat.h"
 #include "service/module.h"
 #include "tests/tools/simpeer.h"
 
@@ -127,6 +128,7 @@ private slots:
     void lostAndReplugged();
     void destroyedWithWritesWaiting();
     void probeFindsNoRate();
+    void lostDuringAWrite();
     void deviceFolderAppearsLater();
 
 private:
@@ -668,6 +670,50 @@ void TestModule::deviceFolderAppearsLater()
     clock.start();
     QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Open, 5000);
     QVERIFY(clock.elapsed() <= 5000);
+}
+
+void TestModule::lostDuringAWrite()
+{
+    // A module that never answers, unplugged while a write waits for its
+    // answer: the write ends at once, saying what it was waiting for.
+    auto line = std::make_unique<SilentLine>();
+    QVERIFY(!line->path.isEmpty());
+    const QString path = line->path;
+    Module m("p", path, "9600");
+    m.start();
+    QTRY_VERIFY_WITH_TIMEOUT(m.state() == Module::State::Open || m.state() == Module::State::Silent,
+                             kOpenMs);
+    auto o = std::make_shared<Outcome>();
+    m.setArea(1, {{"type", "detect"}, {"from", corner(-1, 2)}, {"to", corner(1, 1)}},
+              [o](const WriteResult &r) {
+                  ++o->calls;
+                  o->result = r;
+              });
+    QCOMPARE(o->calls, 0);
+    // Wait for the set-area request on the line (after the first read of
+    // the display type has given up).
+    ::fcntl(line->master, F_SETFL, ::fcntl(line->master, F_GETFL) | O_NONBLOCK);
+    QByteArray sent;
+    QVERIFY(waitUntil(
+        [&] {
+            char buffer[256];
+            ssize_t n;
+            while ((n = ::read(line->master, buffer, sizeof buffer)) > 0)
+                sent.append(buffer, int(n));
+            for (const SeenFrame &f : cutFrames(sent))
+                if (quint8(f.frame.at(5)) == SetArea)
+                    return true;
+            return false;
+        },
+        kWriteMs));
+    QCOMPARE(o->calls, 0);
+    line.reset();
+    QTRY_COMPARE_WITH_TIMEOUT(o->calls, 1, 3000);
+    QCOMPARE(o->result.kind, WriteResult::NotOpen);
+    QVERIFY2(
+        o->result.error.startsWith(QString("the port %1 went away while waiting for ").arg(path)),
+        qPrintable(o->result.error));
+    QCOMPARE(m.state(), Module::State::Lost);
 }
 
 QTEST_GUILESS_MAIN(TestModule)
