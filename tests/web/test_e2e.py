@@ -265,6 +265,10 @@ def desktop(args, api, service, sim, shots):
         state = lambda: js(driver, 'return document.getElementById("state").dataset.state')
         sim.stop()
         wait_for('the page to show the module lost', lambda: state() == 'lost')
+        # A write while the module is away is refused, and the page says so.
+        click(driver, '#area-number button[data-number="1"]')
+        click(driver, '#cancel-area')
+        wait_for('the refusal of a write while lost', lambda: 'not open' in message(driver))
         sim.start()
         wait_for('the page to show the module open again', lambda: state() == 'open')
         wait_page_ready(driver)
