@@ -13,12 +13,30 @@ import { WalkRecorder } from './walk.js';
 
 const $ = (id) => document.getElementById(id);
 
+// Choices kept in the browser; a browser that keeps nothing still works.
+const kept = {
+    get(key) {
+        try {
+            return kept.get(key);
+        } catch (e) {
+            return null;
+        }
+    },
+    set(key, value) {
+        try {
+            kept.set(key, value);
+        } catch (e) {
+            // Not kept: the choice lasts while the page is open.
+        }
+    },
+};
+
 const api = new Api();
 const plane = new Plane();
 const editor = new AreaEditor(plane);
 const trails = new Trails(5);
 const walk = new WalkRecorder();
-const i18n = new I18n(localStorage.getItem('orv-language') || pickLanguage(navigator.languages));
+const i18n = new I18n(kept.get('orv-language') || pickLanguage(navigator.languages));
 
 const state = {
     modules: [],
@@ -196,7 +214,7 @@ function selectModule(id) {
     state.occupied = [false, false, false];
     trails.clear();
     editor.load(editor.number, null);
-    localStorage.setItem('orv-module', id);
+    kept.set('orv-module', id);
     $('download').href = api.downloadUrl(id);
     $('download').setAttribute('download', downloadName(id));
     showStatus();
@@ -254,7 +272,7 @@ async function loadModules() {
         message(i18n.t('noModules'), 'error');
         return;
     }
-    const saved = localStorage.getItem('orv-module');
+    const saved = kept.get('orv-module');
     const id = state.modules.some((m) => m.id === saved) ? saved : state.modules[0].id;
     select.value = id;
     selectModule(id);
@@ -492,7 +510,7 @@ $('restore-apply').addEventListener('click', () => {
 $('module').addEventListener('change', () => selectModule($('module').value));
 $('language').addEventListener('change', () => {
     i18n.setLanguage($('language').value);
-    localStorage.setItem('orv-language', i18n.language);
+    kept.set('orv-language', i18n.language);
     translate();
 });
 
