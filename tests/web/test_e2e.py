@@ -246,6 +246,12 @@ def desktop(args, api, service, sim, shots):
         wait_for('Chinese words', lambda: js(
             driver, 'return document.querySelector(".legend .detect").textContent') == '检测区域')
         assert js(driver, 'return document.documentElement.lang') == 'zh-CN'
+        # Reloaded (the address no longer carries the token; the cookie
+        # does): the choice of language stays.
+        assert 'token=' not in driver.current_url, driver.current_url
+        driver.refresh()
+        wait_page_ready(driver)
+        assert js(driver, 'return document.querySelector(".legend .detect").textContent') == '检测区域'
         Select(driver.find_element(By.ID, 'language')).select_by_value('en')
         wait_for('English again', lambda: js(
             driver, 'return document.querySelector(".legend .detect").textContent') == 'Detection')

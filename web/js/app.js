@@ -17,14 +17,14 @@ const $ = (id) => document.getElementById(id);
 const kept = {
     get(key) {
         try {
-            return kept.get(key);
+            return localStorage.getItem(key);
         } catch (e) {
             return null;
         }
     },
     set(key, value) {
         try {
-            kept.set(key, value);
+            localStorage.setItem(key, value);
         } catch (e) {
             // Not kept: the choice lasts while the page is open.
         }
