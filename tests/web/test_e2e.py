@@ -145,6 +145,15 @@ def desktop(args, api, service, sim, shots):
         wait_for('the read-back of area 2', lambda: 'area 2: Detection (-1, 4) – (2, 1)' in message(driver))
         held = api.area(2)
         assert held == {'number': 2, 'type': 'detect', 'from': [-1, 4], 'to': [2, 1]}, held
+        # Its lower-right handle resizes it; Reset goes back to what the
+        # module holds.
+        drag(driver, (2.0, 1.0), (3.0, 0.5))
+        rect = js(driver, 'return window.orvPage.editor.rect')
+        assert rect == {'left': -1, 'right': 3, 'top': 4, 'bottom': 0.5}, rect
+        assert js(driver, 'return document.getElementById("x2").value') == '3'
+        click(driver, '#reset')
+        rect = js(driver, 'return window.orvPage.editor.rect')
+        assert rect == {'left': -1, 'right': 2, 'top': 4, 'bottom': 1}, rect
 
         # Typed corners: the module keeps decimetres (1.55 -> 1.5), and the
         # page says so.
