@@ -74,23 +74,10 @@ struct Module::Step {
 
 QString Module::stateName(State state)
 {
-    switch (state) {
-    case State::Opening:
-        return QStringLiteral("opening");
-    case State::Open:
-        return QStringLiteral("open");
-    case State::Silent:
-        return QStringLiteral("silent");
-    case State::Lost:
-        return QStringLiteral("lost");
-    case State::Busy:
-        return QStringLiteral("busy");
-    case State::NoPermission:
-        return QStringLiteral("no-permission");
-    case State::WrongBaud:
-        return QStringLiteral("wrong-baud");
-    }
-    return QString();
+    // In the order of State.
+    static const char *const names[] = {"opening", "open",          "silent",    "lost",
+                                        "busy",    "no-permission", "wrong-baud"};
+    return QLatin1String(names[int(state)]);
 }
 
 Module::Module(const QString &id, const QString &portName, const QString &baud, QObject *parent)
@@ -510,88 +497,103 @@ void Module::setDisplay(const QString &display, Done done)
     enqueueWrite(file, false, std::move(done));
 }
 
-void Module::enqueueWrite(const AreaFile &file, bool cancelAll, Done done)
+WriteResult Module::notOpen() const
 {
-    if (!writable()) {
-        done(result(WriteResult::NotOpen,
-                    QString("the module %1 is %2%3; nothing was sent")
-                        .arg(moduleId, stateName(current),
-                             lastWhy.isEmpty() ? QString() : " (" + lastWhy + ")")));
-        return;
-    }
+    return result(WriteResult::NotOpen,
+                  QString("the module %1 is %2%3; nothing was sent")
+                      .arg(moduleId, stateName(current),
+                           lastWhy.isEmpty() ? QString() : " (" + lastWhy + ")"));
+}
+
+WriteResult Module::noAnswer(LinkStatus status, const QString &what) const
+{
+    return result(status == LinkStatus::Lost ? WriteResult::NotOpen : WriteResult::Timeout,
+                  noAnswerText(status, what));
+}
+
+QList<Module::Step> Module::stepsFor(const AreaFile &file, bool cancelAll)
+{
+    const auto answeredOk = [](const QByteArray &a) { return frameformat::decodeResult(a); };
     QList<Step> steps;
     if (cancelAll) {
         steps.append({CancelAllArea, QByteArray(), "cancelling all areas",
-                      "the module refused to cancel the areas (NG)",
-                      [](const QByteArray &a) { return frameformat::decodeResult(a); }});
-    } else {
-        if (file.hasDisplay)
-            steps.append({SetTargetShowType, QByteArray(1, char(file.display)),
-                          "the display-type change",
-                          QString("the module refused display type %1 (NG)")
-                              .arg(AreaFile::displayName(file.display)),
-                          [](const QByteArray &a) { return frameformat::decodeResult(a); }});
-        for (const AreaEntry &entry : file.areas) {
-            if (entry.kind == AreaEntry::Unset)
-                steps.append(
-                    {RepealArea, QByteArray(1, char(entry.number)),
-                     QString("cancelling area %1").arg(entry.number),
-                     QString("the module refused to cancel area %1 (NG)").arg(entry.number),
-                     [](const QByteArray &a) {
-                         return frameformat::decodeRepealAreaResponse(a).ok;
-                     }});
-            else
-                steps.append(
-                    {SetArea, WireArea::requestPayload(entry),
-                     QString("setting area %1").arg(entry.number),
-                     QString("the module refused to set area %1 (NG)").arg(entry.number),
-                     [](const QByteArray &a) { return frameformat::decodeSetAreaResponse(a).ok; }});
-        }
+                      "the module refused to cancel the areas (NG)", answeredOk});
+        return steps;
     }
+    if (file.hasDisplay)
+        steps.append({SetTargetShowType, QByteArray(1, char(file.display)),
+                      "the display-type change",
+                      QString("the module refused display type %1 (NG)")
+                          .arg(AreaFile::displayName(file.display)),
+                      answeredOk});
+    for (const AreaEntry &entry : file.areas) {
+        const bool unset = entry.kind == AreaEntry::Unset;
+        Step step;
+        step.code = unset ? RepealArea : SetArea;
+        step.payload = unset ? QByteArray(1, char(entry.number)) : WireArea::requestPayload(entry);
+        step.what = QString(unset ? "cancelling area %1" : "setting area %1").arg(entry.number);
+        step.refused = QString(unset ? "the module refused to cancel area %1 (NG)"
+                                     : "the module refused to set area %1 (NG)")
+                           .arg(entry.number);
+        if (unset)
+            step.accepted = [](const QByteArray &a) {
+                return frameformat::decodeRepealAreaResponse(a).ok;
+            };
+        else
+            step.accepted = [](const QByteArray &a) {
+                return frameformat::decodeSetAreaResponse(a).ok;
+            };
+        steps.append(step);
+    }
+    return steps;
+}
+
+WriteResult Module::outcome(const AreaFile &file, const QString &refused) const
+{
+    WriteResult r;
+    r.areaFile = config;
+    if (!refused.isEmpty()) {
+        r.kind = WriteResult::Refused;
+        r.error = refused;
+        return r;
+    }
+    const QStringList diff = AreaDifferences::differences(file, *held);
+    if (!diff.isEmpty()) {
+        r.kind = WriteResult::Mismatch;
+        r.error = QStringLiteral("the module answered OK but holds something else");
+        r.differences = QJsonArray::fromStringList(diff);
+    }
+    return r;
+}
+
+void Module::enqueueWrite(const AreaFile &file, bool cancelAll, Done done)
+{
+    if (!writable()) {
+        done(notOpen());
+        return;
+    }
+    const QList<Step> steps = stepsFor(file, cancelAll);
     queue->enqueue([this, steps, file, done](std::function<void()> finished) {
-        if (!writable()) {
-            done(result(WriteResult::NotOpen, QString("the module %1 is %2; nothing was sent")
-                                                  .arg(moduleId, stateName(current))));
+        const auto answer = [done, finished](const WriteResult &r) {
+            done(r);
             finished();
+        };
+        if (!writable()) {
+            answer(notOpen());
             return;
         }
-        runSteps(steps, 0,
-                 [this, file, done, finished](LinkStatus status, const QString &what,
-                                              const QString &refused) {
-                     if (status != LinkStatus::Ok) {
-                         done(result(status == LinkStatus::Lost ? WriteResult::NotOpen
-                                                                : WriteResult::Timeout,
-                                     noAnswerText(status, what)));
-                         finished();
-                         return;
-                     }
-                     // Whatever the module answered, read back what it holds.
-                     readBack([this, file, done, finished, refused](LinkStatus status,
-                                                                    const QString &what) {
-                         if (status != LinkStatus::Ok) {
-                             done(result(status == LinkStatus::Lost ? WriteResult::NotOpen
-                                                                    : WriteResult::Timeout,
-                                         noAnswerText(status, what)));
-                             finished();
-                             return;
-                         }
-                         WriteResult r;
-                         r.areaFile = config;
-                         if (!refused.isEmpty()) {
-                             r.kind = WriteResult::Refused;
-                             r.error = refused;
-                         } else {
-                             const QStringList diff = AreaDifferences::differences(file, *held);
-                             if (!diff.isEmpty()) {
-                                 r.kind = WriteResult::Mismatch;
-                                 r.error = QStringLiteral(
-                                     "the module answered OK but holds something else");
-                                 r.differences = QJsonArray::fromStringList(diff);
-                             }
-                         }
-                         done(r);
-                         finished();
-                     });
-                 });
+        runSteps(
+            steps, 0,
+            [this, file, answer](LinkStatus status, const QString &what, const QString &refused) {
+                if (status != LinkStatus::Ok) {
+                    answer(noAnswer(status, what));
+                    return;
+                }
+                // Whatever the module answered, read back what it holds.
+                readBack([this, file, answer, refused](LinkStatus status, const QString &what) {
+                    answer(status == LinkStatus::Ok ? outcome(file, refused)
+                                                    : noAnswer(status, what));
+                });
+            });
     });
 }

@@ -129,6 +129,12 @@ private:
              std::function<void(LinkStatus, const QString &what, const QString &refused)> then);
     void readBack(std::function<void(LinkStatus, const QString &what)> then);
     void enqueueWrite(const AreaFile &file, bool cancelAll, Done done);
+    // The requests of a write: cancel all, or the display type and each area.
+    static QList<Step> stepsFor(const AreaFile &file, bool cancelAll);
+    // The result of a write the module answered, from the read-back.
+    WriteResult outcome(const AreaFile &file, const QString &refused) const;
+    WriteResult notOpen() const;
+    WriteResult noAnswer(LinkStatus status, const QString &what) const;
     void takeHeld(const ModuleAreas &held);
     QString noAnswerText(LinkStatus status, const QString &what) const;
 

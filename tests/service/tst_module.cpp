@@ -58,6 +58,22 @@ std::shared_ptr<Outcome> write(const std::function<void(Module::Done)> &call, in
     return o;
 }
 
+// A module on radar-sim's port, once it is open and has read the areas;
+// null when that does not happen in time.
+std::unique_ptr<Module> openModule(SimProcess &sim, const QStringList &args, const QString &id,
+                                   const QString &baud = QStringLiteral("auto"))
+{
+    const QString path = sim.start(args);
+    if (path.isEmpty())
+        return nullptr;
+    auto m = std::make_unique<Module>(id, path, baud);
+    m->start();
+    if (!waitUntil([&] { return m->state() == Module::State::Open && !m->areaFile().isEmpty(); },
+                   kOpenMs))
+        return nullptr;
+    return m;
+}
+
 QString describe(const WriteResult &r)
 {
     return QString("kind %1: %2 %3")
@@ -231,12 +247,10 @@ void TestModule::probeFindsTheRate()
 void TestModule::everyWriteKindIsReadBack()
 {
     SimProcess sim;
-    const QString path = sim.start({"--rate", "10", "--area", "1,0,-3.5,6.5,-0.5,3.5"});
-    QVERIFY(!path.isEmpty());
-    Module m("c", path, "auto");
+    const auto owner = openModule(sim, {"--rate", "10", "--area", "1,0,-3.5,6.5,-0.5,3.5"}, "c");
+    QVERIFY(owner);
+    Module &m = *owner;
     QSignalSpy config(&m, &Module::configChanged);
-    m.start();
-    QTRY_VERIFY_WITH_TIMEOUT(m.state() == Module::State::Open && !m.areaFile().isEmpty(), kOpenMs);
     QByteArray tag = m.etag();
     int configs = config.size();
 
@@ -333,11 +347,9 @@ void TestModule::everyWriteKindIsReadBack()
 void TestModule::invalidWritesSendNothing()
 {
     SimProcess sim;
-    const QString path = sim.start({"--rate", "5", "--verbose"});
-    QVERIFY(!path.isEmpty());
-    Module m("d", path, "9600");
-    m.start();
-    QTRY_VERIFY_WITH_TIMEOUT(m.state() == Module::State::Open && !m.areaFile().isEmpty(), kOpenMs);
+    const auto owner = openModule(sim, {"--rate", "5", "--verbose"}, "d", "9600");
+    QVERIFY(owner);
+    Module &m = *owner;
     const QJsonObject before = m.areaFile();
     // The display type and the areas were read, nothing else.
     QTRY_COMPARE_WITH_TIMEOUT(requestsSeen(sim), 2, 5000);
@@ -396,11 +408,9 @@ void TestModule::invalidWritesSendNothing()
 void TestModule::refusedWrite()
 {
     SimProcess sim;
-    const QString path = sim.start({"--rate", "5", "--area", "2,0,-1,3,1,1"});
-    QVERIFY(!path.isEmpty());
-    Module m("e", path, "auto");
-    m.start();
-    QTRY_VERIFY_WITH_TIMEOUT(m.state() == Module::State::Open && !m.areaFile().isEmpty(), kOpenMs);
+    const auto owner = openModule(sim, {"--rate", "5", "--area", "2,0,-1,3,1,1"}, "e");
+    QVERIFY(owner);
+    Module &m = *owner;
     // radar-sim takes display types 1..3 only; the file's areas are not sent
     // after the refusal, and the read-back comes with the answer.
     const QJsonObject file{{"format", "orv-areas"},
@@ -594,12 +604,8 @@ void TestModule::lostAndReplugged()
 void TestModule::destroyedWithWritesWaiting()
 {
     SimProcess sim;
-    const QString path = sim.start({"--rate", "10"});
-    QVERIFY(!path.isEmpty());
-    auto m = std::make_unique<Module>("l", path, "auto");
-    m->start();
-    QTRY_VERIFY_WITH_TIMEOUT(m->state() == Module::State::Open && !m->areaFile().isEmpty(),
-                             kOpenMs);
+    auto m = openModule(sim, {"--rate", "10"}, "l");
+    QVERIFY(m);
     QList<std::shared_ptr<Outcome>> all;
     for (int n = 1; n <= 3; ++n) {
         auto each = std::make_shared<Outcome>();
