@@ -32,8 +32,9 @@ from orvserve import Api, Service, Simulator, free_port  # noqa: E402
 from selenium.webdriver.common.by import By  # noqa: E402
 from browser import wait_for  # noqa: E402
 
-# Where radar-sim holds its people (metres) and the area it starts with.
-PEOPLE = [(1.5, 2.5), (-3.0, 5.0)]
+# Where radar-sim holds its people (metres) and the area it starts with
+# (the second person stands in it).
+PEOPLE = [(1.5, 2.5), (-6.0, 6.8)]
 START_AREA = '1,0,-7.0,7.5,-5.0,6.0'
 
 
@@ -132,9 +133,13 @@ def desktop(args, api, service, sim, shots):
         driver.get(service.url)
         wait_page_ready(driver)
         check_people(driver)
-        # The start area is drawn in the detection colour.
-        px = canvas_pixel(driver, -6.0, 6.5)
-        assert px[2] > px[1] + 40, 'area 1 not drawn in its colour: %r' % px
+        # The start area holds someone: the module reports it occupied and
+        # the page fills it in the occupied colour.
+        wait_for('area 1 reported occupied', lambda: js(driver, 'return window.orvPage.state.occupied') == [
+            True, False, False])
+        wait_for('area 1 filled in the occupied colour',
+                 lambda: (lambda p: p[0] > p[1] + 30 and p[2] > p[1] + 30)(canvas_pixel(driver, -6.6, 6.2)),
+                 timeout=10)
 
         # A drag draws area 2; Apply sets it on the module.
         click(driver, '#area-number button[data-number="2"]')
@@ -145,6 +150,9 @@ def desktop(args, api, service, sim, shots):
         wait_for('the read-back of area 2', lambda: 'area 2: Detection (-1, 4) – (2, 1)' in message(driver))
         held = api.area(2)
         assert held == {'number': 2, 'type': 'detect', 'from': [-1, 4], 'to': [2, 1]}, held
+        # The first person stands in it: the module reports it occupied.
+        wait_for('area 2 reported occupied', lambda: js(driver, 'return window.orvPage.state.occupied') == [
+            True, True, False])
         # Its lower-right handle resizes it; Reset goes back to what the
         # module holds.
         drag(driver, (2.0, 1.0), (3.0, 0.5))
