@@ -157,6 +157,18 @@ test('editor: each of the eight handles moves its sides only', () => {
     }
 });
 
+test('editor: a finger grabs a small area itself, its handles from nearby', () => {
+    const plane = testPlane();
+    // 1 m x 0.5 m: 20 x 10 pixels, every handle within a finger's reach.
+    const rect = { left: 0, right: 1, top: 2, bottom: 1.5 };
+    const centre = plane.toPixel(0.5, 1.75);
+    equal(hitTest(plane, rect, centre.x, centre.y, 24), 'move');
+    const se = handlePoint(plane, rect, 'se');
+    equal(hitTest(plane, rect, se.x - 1, se.y - 1, 24), 'se');
+    equal(hitTest(plane, rect, se.x + 15, se.y + 15, 24), 'se', 'outside, the full reach');
+    equal(hitTest(plane, rect, se.x + 30, se.y + 30, 24), null);
+});
+
 test('editor: resizing past the opposite side turns the rectangle over', () => {
     const plane = testPlane();
     const e = new AreaEditor(plane);

@@ -22,8 +22,12 @@ export function handlePoint(plane, rect, handle) {
 export function hitTest(plane, rect, px, py, reach = 10) {
     if (!rect)
         return null;
+    // Inside a small area the handles reach less far, so that a finger can
+    // still grab the area itself to move it.
+    const r = plane.pixelRect(rect);
+    const inside = px >= r.x && px <= r.x + r.w && py >= r.y && py <= r.y + r.h;
     let best = null;
-    let bestDistance = reach;
+    let bestDistance = inside ? Math.min(reach, Math.min(r.w, r.h) / 4) : reach;
     for (const h of HANDLES) {
         const p = handlePoint(plane, rect, h);
         const d = Math.hypot(p.x - px, p.y - py);
@@ -34,10 +38,7 @@ export function hitTest(plane, rect, px, py, reach = 10) {
     }
     if (best)
         return best;
-    const r = plane.pixelRect(rect);
-    if (px >= r.x && px <= r.x + r.w && py >= r.y && py <= r.y + r.h)
-        return 'move';
-    return null;
+    return inside ? 'move' : null;
 }
 
 export class AreaEditor {
