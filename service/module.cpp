@@ -183,13 +183,14 @@ void Module::tryOpen()
     scheduleRetry();
 }
 
+int Module::retryDelayMs(int attempt)
+{
+    return attempt <= 3 ? kRetryFirstMs : qMin(kRetryMaxMs, kRetryFirstMs * (attempt - 2));
+}
+
 void Module::scheduleRetry()
 {
-    // Every second at first, then backing off to kRetryMaxMs.
-    ++retries;
-    const int delay =
-        retries <= 3 ? kRetryFirstMs : qMin(kRetryMaxMs, kRetryFirstMs * (retries - 2));
-    retryTimer->start(delay);
+    retryTimer->start(retryDelayMs(++retries));
 }
 
 void Module::onProbed(int baud, bool heardBytes)

@@ -5,6 +5,20 @@
 // streams the module's reports through the strict frame decoder and keeps
 // trying when the port is lost or busy. Writes are queued and done one at a
 // time; after each, the areas and the display type are read back.
+//
+// States:
+//   opening        the port is open and the rate is being probed ("auto")
+//   open           frames arrive
+//   silent         open, but no frame for kSilentMs (a module that sends no
+//                  reports is silent between answers); writes are still tried
+//   lost           the port is gone (or never was); retried
+//   busy           another program holds the port; retried
+//   no-permission  the user may not open the port; retried
+//   wrong-baud     bytes come but never a frame at the rate given, or no rate
+//                  gave a frame ("auto"); "auto" probes again with back-off
+// Writes are taken in open and silent only; in any other state they are
+// answered NotOpen at once. status() carries "why" in the states other than
+// open: orv-cli's words for the last failure.
 
 #include "cli/modulesession.h"
 
@@ -101,6 +115,10 @@ public:
     // Retry delays of a lost or busy port: the first, and the longest.
     static constexpr int kRetryFirstMs = 1000;
     static constexpr int kRetryMaxMs = 5000;
+    // The wait before retry number attempt (1, 2, ...): kRetryFirstMs for the
+    // first three, then a second more each time up to kRetryMaxMs. A device
+    // that appears in its folder is tried at once, whatever the wait.
+    static int retryDelayMs(int attempt);
 
 signals:
     // Every state change.

@@ -132,6 +132,7 @@ class TestModule : public QObject
 private slots:
     void initTestCase();
     void stateNames();
+    void retryBackOff();
     void opensStreamsAndReadsAreas();
     void probeFindsTheRate();
     void everyWriteKindIsReadBack();
@@ -166,6 +167,15 @@ void TestModule::stateNames()
                                     Module::State::WrongBaud};
     for (int i = 0; i < names.size(); ++i)
         QCOMPARE(Module::stateName(states[i]), names.at(i));
+}
+
+void TestModule::retryBackOff()
+{
+    QList<int> waits;
+    for (int attempt = 1; attempt <= 9; ++attempt)
+        waits << Module::retryDelayMs(attempt);
+    QCOMPARE(waits, (QList<int>{1000, 1000, 1000, 2000, 3000, 4000, 5000, 5000, 5000}));
+    QCOMPARE(Module::retryDelayMs(1000), Module::kRetryMaxMs);
 }
 
 void TestModule::opensStreamsAndReadsAreas()
