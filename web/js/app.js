@@ -47,7 +47,6 @@ const state = {
     baseEtag: null,  // the ETag the current edit started from
     targets: [],
     occupied: [false, false, false],
-    stale: false,
 };
 
 let stream = null;
@@ -110,13 +109,11 @@ function message(text, kind = '') {
 }
 
 function showStale(key) {
-    state.stale = true;
     $('stale-text').textContent = i18n.t(key);
     $('stale').hidden = false;
 }
 
 function hideStale() {
-    state.stale = false;
     $('stale').hidden = true;
 }
 
@@ -424,6 +421,10 @@ canvas.addEventListener('pointerup', (event) => {
         message(i18n.t('notApplied'));
 });
 canvas.addEventListener('pointercancel', () => editor.cancelDrag());
+document.addEventListener('keydown', (event) => {
+    if (event.key === 'Escape')
+        editor.cancelDrag();
+});
 
 editor.onChange(() => {
     fillCorners();

@@ -126,11 +126,6 @@ export class Plane {
         };
     }
 
-    contains(x, y) {
-        const r = this.range;
-        return x >= r.xMin && x <= r.xMax && y >= r.yMin && y <= r.yMax;
-    }
-
     // Pixel rectangle {x, y, w, h} of a rectangle in metres.
     pixelRect(rect) {
         const a = this.toPixel(rect.left, rect.top);
