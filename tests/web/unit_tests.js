@@ -4,7 +4,7 @@
 import { Api, ApiError, EventStream } from '../../web/js/api.js';
 import { diffAreaFiles, downloadName, entryText, readAreaFile, truncations } from '../../web/js/areafile.js';
 import { AreaEditor, hitTest, handlePoint } from '../../web/js/editor.js';
-import { Plane, RANGE, areaOfRect, rectOfArea, snap, ticks, tickStep, wireMetres } from '../../web/js/geometry.js';
+import { Plane, RANGE, rectOfArea, snap, ticks, tickStep, wireMetres } from '../../web/js/geometry.js';
 import { I18n, STRINGS, pickLanguage } from '../../web/js/i18n.js';
 import { COLOURS, drawPlane, targetLabel } from '../../web/js/render.js';
 import { FrameScheduler } from '../../web/js/scheduler.js';
@@ -72,8 +72,6 @@ test('geometry: decimetres as the module keeps them', () => {
 
 test('geometry: rectangles and ticks', () => {
     equal(rectOfArea({ from: [1.5, 1], to: [-1.5, 3] }), { left: -1.5, right: 1.5, top: 3, bottom: 1 });
-    equal(areaOfRect(2, 'exclude', { left: -1, right: 2, top: 5, bottom: 4 }),
-          { number: 2, type: 'exclude', from: [-1, 5], to: [2, 4] });
     equal(rectOfArea({ type: 'unset' }), null);
     equal(tickStep(20), 2);
     equal(tickStep(50), 1);

@@ -297,20 +297,13 @@ async function write(run, after) {
 
 function apply() {
     const number = editor.number;
-    const draft = editor.rect ? { ...editor.rect } : null;
-    const type = editor.type;
     const body = editor.request();
     write((etag) => api.putArea(state.id, number, body, etag), (file) => {
         const held = entryOf(file, number) || { type: 'unset' };
-        message(i18n.t('held', number, areaText(held)));
-        if (draft && type !== 'unset') {
-            const asked = { type, from: [draft.left, draft.top], to: [draft.right, draft.bottom] };
-            const cut = truncations(asked, held);
-            if (cut.length) {
-                const text = cut.map((c) => `${c.name} ${c.asked} → ${c.held}`).join(', ');
-                message(`${i18n.t('held', number, areaText(held))} ${i18n.t('truncated', text)}`);
-            }
-        }
+        // Corners the module keeps otherwise than asked (decimetre truncation).
+        const cut = truncations(body, held);
+        const text = cut.map((c) => `${c.name} ${c.asked} → ${c.held}`).join(', ');
+        message(`${i18n.t('held', number, areaText(held))}${cut.length ? ` ${i18n.t('truncated', text)}` : ''}`);
     });
 }
 

@@ -43,17 +43,6 @@ export function rectOfArea(area) {
     return rectFromCorners(area.from[0], area.from[1], area.to[0], area.to[1]);
 }
 
-// An area-file entry for a rectangle: "from" is the upper-left corner (the
-// smaller x, the larger y) and "to" the lower-right one, as the module wants.
-export function areaOfRect(number, type, rect) {
-    return {
-        number,
-        type,
-        from: [rect.left, rect.top],
-        to: [rect.right, rect.bottom],
-    };
-}
-
 export function sameRect(a, b) {
     if (!a || !b)
         return a === b;
