@@ -55,7 +55,7 @@ test('plane: equal scale, module at the bottom centre, round trip', () => {
     }
     const wide = new Plane();
     wide.layout(1000, 200);
-    near(wide.plot.width / wide.plot.height, 2, 1e-9, 'aspect on a wide canvas');
+    near(wide.plot.width / wide.plot.height, 2, 1e-9, '2:1 on a wide canvas');
     equal(Plane.heightFor(360), 194, 'height for a 360-pixel width');
 });
 
