@@ -331,6 +331,24 @@ test('i18n: language from the browser, every word in both languages', () => {
     equal(i.language, 'en', 'unknown language ignored');
 });
 
+test('i18n: every word the page names exists in both languages and is filled in', async () => {
+    const html = await (await fetch('../../web/index.html')).text();
+    const doc = new DOMParser().parseFromString(html, 'text/html');
+    const keys = new Set();
+    for (const el of doc.querySelectorAll('[data-i18n]'))
+        keys.add(el.dataset.i18n);
+    for (const el of doc.querySelectorAll('[data-i18n-label]'))
+        keys.add(el.dataset.i18nLabel);
+    check(keys.size > 20, `only ${keys.size} words found`);
+    for (const key of keys)
+        check(STRINGS.en[key] && STRINGS.zh[key], `"${key}" missing`);
+    const i = new I18n('zh');
+    i.apply(doc);
+    equal(doc.querySelector('#apply').textContent, '应用');
+    equal(doc.querySelector('#module').getAttribute('aria-label'), '模块');
+    equal(doc.documentElement.lang, 'zh-CN');
+});
+
 test('area file: reading, changes, names, truncation', () => {
     const current = {
         format: 'orv-areas', version: 1, display: 'area',
