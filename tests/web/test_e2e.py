@@ -300,12 +300,12 @@ def desktop(args, api, service, sim, shots):
         wait_for('the plugged-in module\'s areas', lambda: page_area(driver, 1) == {
             'number': 1, 'type': 'detect', 'from': [-7, 7.5], 'to': [-5, 6]})
 
-        walk_an_area(driver, api)
+        walk_an_area(driver, api, shots)
     finally:
         driver.quit()
 
 
-def walk_an_area(driver, api):
+def walk_an_area(driver, api, shots):
     """The second module, one person walking: the selector switches to it,
     a walk proposes a rectangle holding the walked path, Apply sets it."""
     from selenium.webdriver.support.ui import Select
@@ -329,6 +329,7 @@ def walk_an_area(driver, api):
     click(driver, '#apply')
     wait_for('the walked area on the module', lambda: api.area(2, 'walker') == {
         'number': 2, 'type': 'detect', 'from': [rect['left'], rect['top']], 'to': [rect['right'], rect['bottom']]})
+    driver.save_screenshot(os.path.join(shots, 'serve-walk.png'))
     Select(driver.find_element(By.ID, 'module')).select_by_value('sim')
     wait_page_ready(driver)
 
