@@ -5,6 +5,7 @@
 #include "radar/frameformat.h"
 #include "service/module.h"
 #include "tests/tools/simpeer.h"
+#include "tools/radar-sim/radarsimulator.h"
 
 #include <QDir>
 #include <QFile>
@@ -12,6 +13,7 @@
 #include <QJsonDocument>
 #include <QSerialPort>
 #include <QSignalSpy>
+#include <QSocketNotifier>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -123,6 +125,43 @@ public:
     QString path;
 };
 
+// A module on the other side of a pseudo-terminal that answers as radar-sim
+// does, except that it stores every area half a metre right of where it was
+// asked to: it says OK and holds something else.
+class ShiftingModule : public QObject
+{
+public:
+    explicit ShiftingModule(int master) : master(master), notifier(master, QSocketNotifier::Read)
+    {
+        ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK);
+        connect(&notifier, &QSocketNotifier::activated, this, &ShiftingModule::readable);
+    }
+
+private:
+    void readable()
+    {
+        char buffer[512];
+        const ssize_t n = ::read(master, buffer, sizeof buffer);
+        if (n <= 0)
+            return;
+        for (const QByteArray &frame : decoder.feed(QByteArray(buffer, int(n)))) {
+            const quint8 code = quint8(frame.at(5));
+            QByteArray payload = frame.mid(6, frame.size() - 10);
+            if (code == SetArea && payload.size() >= 10)
+                payload[1] = char(qint8(payload.at(1)) + 5);
+            for (const QByteArray &answer :
+                 module.handleRequest(frameformat::buildFrame(code, payload)).frames)
+                QVERIFY(::write(master, answer.constData(), size_t(answer.size())) ==
+                        answer.size());
+        }
+    }
+
+    int master;
+    QSocketNotifier notifier;
+    FrameDecoder decoder;
+    RadarSimulator module;
+};
+
 } // namespace
 
 class TestModule : public QObject
@@ -146,6 +185,7 @@ private slots:
     void destroyedWithWritesWaiting();
     void probeFindsNoRate();
     void lostDuringAWrite();
+    void mismatchNamesTheDifferences();
     void deviceFolderAppearsLater();
 
 private:
@@ -730,6 +770,30 @@ void TestModule::lostDuringAWrite()
         o->result.error.startsWith(QString("the port %1 went away while waiting for ").arg(path)),
         qPrintable(o->result.error));
     QCOMPARE(m.state(), Module::State::Lost);
+}
+
+void TestModule::mismatchNamesTheDifferences()
+{
+    SilentLine line;
+    QVERIFY(!line.path.isEmpty());
+    ShiftingModule shifting(line.master);
+    Module m("q", line.path, "9600");
+    m.start();
+    QTRY_VERIFY_WITH_TIMEOUT(!m.areaFile().isEmpty(), kOpenMs);
+    auto o = write([&](Module::Done d) {
+        m.setArea(1, {{"type", "detect"}, {"from", corner(-1, 2)}, {"to", corner(1, 1)}}, d);
+    });
+    QCOMPARE(o->calls, 1);
+    QCOMPARE(o->result.kind, WriteResult::Mismatch);
+    QCOMPARE(o->result.error, QString("the module answered OK but holds something else"));
+    QCOMPARE(o->result.differences.size(), 1);
+    const QString difference = o->result.differences.at(0).toString();
+    QVERIFY2(difference.startsWith("area 1: the file says detect (-1.0, 2.0) to (1.0, 1.0), "
+                                   "the module holds "),
+             qPrintable(difference));
+    // The read-back is what the module holds, shifted.
+    QCOMPARE(area(o->result.areaFile, 1).value("from").toArray().at(0).toDouble(), -0.5);
+    QCOMPARE(o->result.areaFile, m.areaFile());
 }
 
 QTEST_GUILESS_MAIN(TestModule)
