@@ -82,9 +82,12 @@ long EventViewer::read(char *buffer, size_t max, qint64 nowMs)
     if (filled > 0) {
         keepAliveDue = false;
         lastSentMs = nowMs;
+        if (next == hub->nextSeq)
+            lastCaughtUpMs = nowMs;
         wait = Wait::Running;
         return long(filled);
     }
+    lastCaughtUpMs = nowMs;
     wait = Wait::Suspending;
     return 0;
 }
@@ -133,11 +136,14 @@ void EventHub::publish(EventKind kind, const QByteArray &json)
 }
 
 std::shared_ptr<EventViewer> EventHub::addViewer(const QByteArray &initial, double rateHz,
-                                                 EventViewer::Wake wake, qint64 nowMs)
+                                                 EventViewer::Wake wake, qint64 nowMs,
+                                                 EventViewer::Abort abort)
 {
     auto viewer = std::make_shared<EventViewer>();
     viewer->hub = this;
     viewer->wake = std::move(wake);
+    viewer->abort = std::move(abort);
+    viewer->lastCaughtUpMs = nowMs;
     viewer->minIntervalMs = rateHz > 0 ? 1000.0 / rateHz : 0.0;
     viewer->pending = initial;
     viewer->lastSentMs = nowMs;
@@ -153,16 +159,24 @@ void EventHub::removeViewer(const std::shared_ptr<EventViewer> &viewer)
     const auto it = std::find(viewers.begin(), viewers.end(), viewer);
     if (it == viewers.end())
         return;
-    droppedClosed += viewer->droppedCount;
+    // What it never got counts as dropped too (a viewer closed while stuck).
+    droppedClosed += viewer->droppedCount + qint64(nextSeq - viewer->next);
     viewers.erase(it);
 }
 
-void EventHub::keepAlive(qint64 nowMs, qint64 idleMs)
+void EventHub::keepAlive(qint64 nowMs, qint64 idleMs, qint64 stuckMs)
 {
     std::vector<std::shared_ptr<EventViewer>> waiting;
     {
         std::lock_guard<std::mutex> guard(lock);
         for (const auto &v : viewers) {
+            // Closed under the lock: a viewer still in the list has its
+            // connection still open.
+            if (stuckMs > 0 && !v->aborted && v->abort && v->next < nextSeq &&
+                nowMs - v->lastCaughtUpMs >= stuckMs) {
+                v->aborted = true;
+                v->abort();
+            }
             if (v->keepAliveDue || nowMs - v->lastSentMs < idleMs)
                 continue;
             v->keepAliveDue = true;

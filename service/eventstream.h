@@ -8,8 +8,8 @@
 // all viewers; each viewer keeps only its place in the ring, so a viewer
 // costs the same small amount of memory however far behind it is. A viewer
 // that falls out of the ring is given the newest event of each kind and the
-// ones in between are dropped and counted. The HTTP side closes a viewer
-// whose socket takes nothing for a while (see HttpServer).
+// ones in between are dropped and counted. A viewer that has not caught up
+// for a while (its socket takes nothing) is closed.
 
 #include <QByteArray>
 #include <QList>
@@ -38,6 +38,8 @@ class EventViewer
 public:
     // What the HTTP side calls when a viewer that waits for data has some.
     using Wake = std::function<void()>;
+    // Closes the viewer's connection (from the publishing thread).
+    using Abort = std::function<void()>;
 
     // The next bytes for the socket, at most max of them, into buffer. Returns
     // the count, 0 when there is nothing now (the caller then suspends the
@@ -55,9 +57,12 @@ private:
 
     EventHub *hub = nullptr;
     Wake wake;
-    double minIntervalMs = 0; // from ?rate=HZ on targets events
-    quint64 next = 0;         // sequence number of the next event to send
-    QByteArray pending;       // bytes of the event being sent
+    Abort abort;
+    bool aborted = false;
+    qint64 lastCaughtUpMs = 0; // when it last had everything published
+    double minIntervalMs = 0;  // from ?rate=HZ on targets events
+    quint64 next = 0;          // sequence number of the next event to send
+    QByteArray pending;        // bytes of the event being sent
     int pendingOffset = 0;
     qint64 lastTargetsMs = -1;
     qint64 lastSentMs = 0;
@@ -82,13 +87,16 @@ public:
     // rateHz > 0 caps its targets events. wake is called (on the publishing
     // thread) when it waits for data and some arrives.
     std::shared_ptr<EventViewer> addViewer(const QByteArray &initial, double rateHz,
-                                           EventViewer::Wake wake, qint64 nowMs);
-    // The viewer's connection has closed; no more wakes for it.
+                                           EventViewer::Wake wake, qint64 nowMs,
+                                           EventViewer::Abort abort = nullptr);
+    // The viewer's connection has closed; no more wakes for it. Events it
+    // never got count as dropped.
     void removeViewer(const std::shared_ptr<EventViewer> &viewer);
 
     // Main thread, every second or so: viewers that were sent nothing for
-    // idleMs get a comment line.
-    void keepAlive(qint64 nowMs, qint64 idleMs);
+    // idleMs get a comment line; viewers that have not caught up for stuckMs
+    // are closed (0: never).
+    void keepAlive(qint64 nowMs, qint64 idleMs, qint64 stuckMs = 0);
     // Ends every stream (the service stops); viewers waiting are woken.
     void closeAll();
 

@@ -144,7 +144,7 @@ void HttpApi::keepAlive()
 {
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     for (const auto &s : modules)
-        s->hub->keepAlive(now, kKeepAliveMs);
+        s->hub->keepAlive(now, kKeepAliveMs, kStuckMs);
 }
 
 QList<ModuleMetrics> HttpApi::metrics() const
@@ -456,7 +456,7 @@ void HttpApi::events(Served &served, const HttpRequest &request, const HttpReply
     HttpResponse r;
     r.status = 200;
     r.hub = served.hub.get();
-    r.viewer =
-        served.hub->addViewer(initial, rate, request.wake, QDateTime::currentMSecsSinceEpoch());
+    r.viewer = served.hub->addViewer(initial, rate, request.wake,
+                                     QDateTime::currentMSecsSinceEpoch(), request.abort);
     reply(r);
 }

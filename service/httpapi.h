@@ -38,6 +38,9 @@ public:
 
     // A stream with no event for this long gets a comment line.
     static constexpr qint64 kKeepAliveMs = 15000;
+    // A stream that has not caught up for this long (it stopped reading) is
+    // closed.
+    static constexpr qint64 kStuckMs = 30000;
 
 private:
     struct Served;

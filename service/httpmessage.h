@@ -27,6 +27,9 @@ struct HttpRequest {
     // Resumes the connection of an event stream waiting for data (set by the
     // server for every request, used by stream answers).
     std::function<void()> wake;
+    // Closes the connection from outside (a stream whose viewer is stuck);
+    // valid while the request lasts.
+    std::function<void()> abort;
 
     QByteArray header(const QByteArray &lowerName) const { return headers.value(lowerName); }
 };

@@ -177,7 +177,15 @@ struct HttpServerCallbacks {
         MHD_add_response_header(response, "X-Accel-Buffering", "no");
         for (const auto &h : r.headers)
             MHD_add_response_header(response, h.first.constData(), h.second.constData());
-        // A viewer whose socket takes nothing for this long is closed.
+        // The socket's send buffer is kept small: a viewer that stops reading
+        // fills it soon (instead of the megabytes the system would let it
+        // grow to), falls behind and is closed by its hub.
+        const MHD_ConnectionInfo *info =
+            MHD_get_connection_info(req->connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+        if (info) {
+            const int size = HttpServer::kStreamSendBuffer;
+            ::setsockopt(info->connect_fd, SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
+        }
         MHD_set_connection_option(req->connection, MHD_CONNECTION_OPTION_TIMEOUT,
                                   unsigned(req->server->limits.streamStuckS));
         req->streaming = true;
@@ -207,6 +215,19 @@ struct HttpServerCallbacks {
             MHD_get_connection_values(connection, MHD_HEADER_KIND, &collect, &r);
             MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, &collect, &r);
             r.wake = [connection] { MHD_resume_connection(connection); };
+            const MHD_ConnectionInfo *info =
+                MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+            const int fd = info ? info->connect_fd : -1;
+            // Reset rather than a polite close: the peer of a stuck stream
+            // would not read a FIN queued behind the data it does not take,
+            // and the kernel frees the unsent data at once.
+            r.abort = [fd] {
+                if (fd < 0)
+                    return;
+                const linger reset{1, 0};
+                ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+                ::shutdown(fd, SHUT_RDWR);
+            };
             if (server->stopping.load())
                 return queue(connection, HttpResponse::error(503, "the service is stopping"), true);
             if (server->openConnections.load() > server->limits.maxConnections)

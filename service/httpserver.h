@@ -45,6 +45,8 @@ public:
         int streamStuckS = 30;        // an event stream whose socket takes nothing this long
     };
     using Handler = std::function<void(const HttpRequest &, HttpReply)>;
+    // Send buffer of an event stream's socket, in bytes.
+    static constexpr int kStreamSendBuffer = 32 * 1024;
 
     HttpServer(Handler handler, const Limits &limits, QObject *parent = nullptr);
     ~HttpServer() override;

@@ -211,6 +211,13 @@ private slots:
         QCOMPARE(hub.droppedTotal(), 10);
         hub.removeViewer(v);
         QCOMPARE(hub.droppedTotal(), 10);
+
+        // One that closes while behind: what it never got counts too.
+        auto stuck = hub.addViewer(QByteArray(), 0, nullptr, 0);
+        hub.publish(EventKind::Targets, "t11");
+        hub.publish(EventKind::Targets, "t12");
+        hub.removeViewer(stuck);
+        QCOMPARE(hub.droppedTotal(), 12);
     }
 
     void rateCapsTargetsOnly()
@@ -251,6 +258,28 @@ private slots:
         QCOMPARE(v->read(buffer, sizeof buffer, 17000), -1L);
         hub.publish(EventKind::Targets, "late");
         QCOMPARE(v->read(buffer, sizeof buffer, 17000), -1L);
+    }
+
+    void viewerThatDoesNotCatchUpIsClosed()
+    {
+        EventHub hub(8);
+        int aborts = 0;
+        auto reader = hub.addViewer(QByteArray(), 0, nullptr, 0, [&] { ++aborts; });
+        int stuckAborts = 0;
+        auto stuck = hub.addViewer(QByteArray(), 0, nullptr, 0, [&] { ++stuckAborts; });
+        for (int t = 0; t <= 40000; t += 100) {
+            hub.publish(EventKind::Targets, QByteArray::number(t));
+            drain(*reader, t);
+            hub.keepAlive(t, 15000, 30000);
+        }
+        QCOMPARE(aborts, 0);
+        QCOMPARE(stuckAborts, 1); // once, at 30 s
+        // A quiet stream with nothing to send is not stuck.
+        EventHub quiet(8);
+        int quietAborts = 0;
+        auto idle = quiet.addViewer(QByteArray(), 0, nullptr, 0, [&] { ++quietAborts; });
+        quiet.keepAlive(60000, 15000, 30000);
+        QCOMPARE(quietAborts, 0);
     }
 
     void metricsText()
