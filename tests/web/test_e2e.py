@@ -114,17 +114,19 @@ def wait_page_ready(driver):
                     && document.getElementById('stream').dataset.stream === 'open';'''), timeout=60)
 
 
-def check_people(driver):
+def check_people(driver, drawn=PEOPLE):
+    """The page holds radar-sim's people, lists them, and draws those in
+    drawn as discs at their places."""
     targets = js(driver, 'return window.orvPage.state.targets')
     shown = sorted((round(t[0], 1), round(t[1], 1)) for t in targets)
     assert shown == sorted(PEOPLE), 'page holds %r, radar-sim has %r' % (shown, PEOPLE)
-    text = js(driver, 'return document.getElementById("targets").textContent')
-    for x, y in PEOPLE:
-        assert '(%.1f,%.1f)' % (x, y) in text, 'no label for %r in %r' % ((x, y), text)
+    labels = ['(%.1f,%.1f)' % p for p in PEOPLE]
+    wait_for('the list of people', lambda: (lambda text: all(label in text for label in labels))(
+        js(driver, 'return document.getElementById("targets").textContent')), timeout=10)
+    for x, y in drawn:
         # The disc is drawn in the target colour at the person's place.
-        pixel = wait_for('the disc at %r' % ((x, y),), lambda: (lambda p: p if p[:3] == [0, 255, 100] else None)(
-            canvas_pixel(driver, x, y, 2, 3)), timeout=10)
-        assert pixel[:3] == [0, 255, 100], pixel
+        wait_for('the disc at %r' % ((x, y),),
+                 lambda: canvas_pixel(driver, x, y, 2, 3)[:3] == [0, 255, 100], timeout=10)
 
 
 def desktop(args, api, service, sim, shots):
@@ -372,10 +374,18 @@ def phone(args, api, service, shots):
         held = api.area(1)
         assert held == {'number': 1, 'type': 'detect', 'from': [rect['left'], rect['top']],
                         'to': [rect['right'], rect['bottom']]}, (held, rect)
-        js(driver, 'window.scrollTo(0, 0)')
-        driver.save_screenshot(os.path.join(shots, 'serve-phone.png'))
         width = js(driver, 'return document.documentElement.scrollWidth')
         assert width <= 360, 'sideways scrolling after editing: %d px' % width
+        # Showing -4..4 m makes the plane larger on the narrow screen.
+        from selenium.webdriver.support.ui import Select
+        scale = js(driver, 'return window.orvPage.plane.scale')
+        Select(driver.find_element(By.ID, 'x-range')).select_by_value('4')
+        wait_for('a larger plane', lambda: js(driver, 'return window.orvPage.plane.scale') > 1.8 * scale)
+        width = js(driver, 'return document.documentElement.scrollWidth')
+        assert width <= 360, 'sideways scrolling with the larger plane: %d px' % width
+        check_people(driver, drawn=[p for p in PEOPLE if abs(p[0]) <= 4])
+        js(driver, 'window.scrollTo(0, 0)')
+        driver.save_screenshot(os.path.join(shots, 'serve-phone.png'))
     finally:
         driver.quit()
 

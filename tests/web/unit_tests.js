@@ -167,6 +167,20 @@ test('editor: a finger grabs a small area itself, its handles from nearby', () =
     equal(hitTest(plane, rect, se.x + 30, se.y + 30, 24), null);
 });
 
+test('editor: a plane showing less of the range still edits within the module\'s limits', () => {
+    const plane = new Plane({ ...RANGE, xMin: -4, xMax: 4 });
+    plane.layout(360, 194);
+    equal(plane.scale, 20, 'scale'); // 8 m wide: the height limits it
+    const e = new AreaEditor(plane);
+    e.load(1, null);
+    equal(e.setCorners(6, 2, 7.5, 1), { ok: true }, 'beyond the shown range, within the module\'s');
+    equal(e.setCorners(9, 2, 7.5, 1).reason, 'range');
+    const a = plane.toPixel(3, 2);
+    e.pointerDown(a.x, a.y);
+    e.pointerUp(plane.width + 200, a.y + 20); // dragged off the canvas to the right
+    check(e.rect.right > 4 && e.rect.right <= 8, `right edge ${e.rect.right}`);
+});
+
 test('editor: resizing past the opposite side turns the rectangle over', () => {
     const plane = testPlane();
     const e = new AreaEditor(plane);
@@ -512,6 +526,17 @@ test('render: targets, areas in their colours, occupied filled', () => {
     check(inOccupied[0] > inOccupied[1] + 30, `occupied colour ${inOccupied}`);
     equal(outside.slice(0, 3), [240, 240, 240], 'background');
     equal(targetLabel(0, [1.25, -0.04]), '1:(1.3,0.0)');
+
+    // Shown -4..4 m: an area and a person beyond it stay off the axes.
+    const narrow = new Plane({ ...RANGE, xMin: -4, xMax: 4 });
+    narrow.layout(canvas.width, canvas.height);
+    drawPlane(ctx, narrow, {
+        areas: [{ number: 1, type: 'detect', from: [-8, 8], to: [-3, 0] }], occupied: [true], targets: [[-7, 4]],
+    });
+    const margin = pixel(ctx, narrow.plot.left - 5, narrow.toPixel(0, 3).y);
+    equal(margin[3], 0, 'nothing painted left of the plot');
+    const edge = pixel(ctx, narrow.plot.left + 3, narrow.toPixel(0, 3).y);
+    check(edge[0] > edge[1] + 30, `the area inside the plot ${edge}`);
     check(COLOURS.target === 'rgb(0, 255, 100)', 'target colour');
 });
 

@@ -4,7 +4,7 @@
 import { Api, EventStream } from './api.js';
 import { diffAreaFiles, downloadName, entryOf, entryText, readAreaFile, truncations } from './areafile.js';
 import { AreaEditor, hitTest } from './editor.js';
-import { Plane } from './geometry.js';
+import { Plane, RANGE } from './geometry.js';
 import { I18n, pickLanguage } from './i18n.js';
 import { drawPlane, targetLabel } from './render.js';
 import { FrameScheduler } from './scheduler.js';
@@ -83,7 +83,7 @@ const scheduler = new FrameScheduler(draw);
 function resize() {
     const box = $('plane-box');
     const width = Math.max(200, box.clientWidth);
-    const height = Math.min(Plane.heightFor(width), Math.round(window.innerHeight * 0.8));
+    const height = Math.min(Plane.heightFor(width, plane.range), Math.round(window.innerHeight * 0.8));
     const dpr = window.devicePixelRatio || 1;
     canvas.style.height = `${height}px`;
     canvas.width = Math.round(width * dpr);
@@ -482,6 +482,14 @@ $('walk').addEventListener('click', () => {
                                            `(${rect.left}, ${rect.top}) – (${rect.right}, ${rect.bottom})`);
 });
 $('trails').addEventListener('change', () => scheduler.invalidate());
+// The shown width of the plane: all of -8..8 m, or less of it, larger.
+function showRange(half) {
+    plane.setRange({ ...RANGE, xMin: -half, xMax: half });
+    $('x-range').value = String(half);
+    kept.set('orv-x-range', String(half));
+    resize();
+}
+$('x-range').addEventListener('change', () => showRange(Number($('x-range').value)));
 $('trail-seconds').addEventListener('change', () => {
     trails.setSeconds(Number($('trail-seconds').value));
     scheduler.invalidate();
@@ -523,7 +531,7 @@ const page = { plane, editor, trails, walk, state, scheduler, i18n, api, stream:
 window.orvPage = page;
 
 new ResizeObserver(resize).observe($('plane-box'));
-resize();
+showRange([8, 6, 4].includes(Number(kept.get('orv-x-range'))) ? Number(kept.get('orv-x-range')) : 8);
 translate();
 fillCorners();
 loadModules();

@@ -3,7 +3,7 @@
 // positions come in as canvas pixels and go through the plane's mapping.
 // Every value is held on the decimetre grid and inside the plane.
 
-import { clamp, rectFromCorners, sameRect, snap } from './geometry.js';
+import { RANGE, clamp, rectFromCorners, sameRect, snap } from './geometry.js';
 
 export const HANDLES = ['nw', 'n', 'ne', 'e', 'se', 's', 'sw', 'w'];
 
@@ -42,8 +42,11 @@ export function hitTest(plane, rect, px, py, reach = 10) {
 }
 
 export class AreaEditor {
-    constructor(plane) {
+    // plane maps pointer pixels; limits are what the module accepts (the
+    // plane may show less of it).
+    constructor(plane, limits = RANGE) {
         this.plane = plane;
+        this.limits = limits;
         this.number = 1;
         this.type = 'detect';
         this.rect = null;      // the draft, metres, or null when none
@@ -85,7 +88,10 @@ export class AreaEditor {
     }
 
     metresAt(px, py) {
-        const m = this.plane.clampPoint(this.plane.toMetres(px, py));
+        const m = this.plane.toMetres(px, py);
+        const r = this.limits;
+        m.x = clamp(m.x, r.xMin, r.xMax);
+        m.y = clamp(m.y, r.yMin, r.yMax);
         return { x: snap(m.x), y: snap(m.y) };
     }
 
@@ -111,7 +117,7 @@ export class AreaEditor {
         if (!d)
             return false;
         const at = this.metresAt(px, py);
-        const r = this.plane.range;
+        const r = this.limits;
         if (d.mode === 'new') {
             this.rect = rectFromCorners(d.start.x, d.start.y, at.x, at.y);
         } else if (d.mode === 'move') {
@@ -173,7 +179,7 @@ export class AreaEditor {
     // Typed corners (metres, as typed). Values outside the plane are
     // refused with a reason; the rectangle is put in order.
     setCorners(x1, y1, x2, y2) {
-        const r = this.plane.range;
+        const r = this.limits;
         for (const [v, lo, hi, name] of [[x1, r.xMin, r.xMax, 'x'], [x2, r.xMin, r.xMax, 'x'],
                                          [y1, r.yMin, r.yMax, 'y'], [y2, r.yMin, r.yMax, 'y']]) {
             if (typeof v !== 'number' || !Number.isFinite(v))
@@ -193,7 +199,7 @@ export class AreaEditor {
 
     // Uses a proposed rectangle (from a walk), held inside the plane.
     setRect(rect) {
-        const r = this.plane.range;
+        const r = this.limits;
         this.rect = rectFromCorners(clamp(rect.left, r.xMin, r.xMax), clamp(rect.top, r.yMin, r.yMax),
                                     clamp(rect.right, r.xMin, r.xMax), clamp(rect.bottom, r.yMin, r.yMax));
         if (this.type === 'unset')

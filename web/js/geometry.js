@@ -71,6 +71,12 @@ export class Plane {
         this.layout(320, 180);
     }
 
+    // Shows range ({xMin, xMax, yMin, yMax}) from now on; layout() again.
+    setRange(range) {
+        this.range = { ...range };
+        this.layout(this.width, this.height);
+    }
+
     // Fits the plane into a canvas of width x height CSS pixels.
     layout(width, height) {
         const m = this.margin;
@@ -104,14 +110,6 @@ export class Plane {
         return {
             x: this.range.xMin + (px - this.plot.left) / this.scale,
             y: this.range.yMax - (py - this.plot.top) / this.scale,
-        };
-    }
-
-    // A point in metres held inside the plane.
-    clampPoint(p) {
-        return {
-            x: clamp(p.x, this.range.xMin, this.range.xMax),
-            y: clamp(p.y, this.range.yMin, this.range.yMax),
         };
     }
 

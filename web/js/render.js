@@ -142,7 +142,11 @@ function drawTargets(ctx, plane, targets) {
     ctx.font = '11px sans-serif';
     ctx.textAlign = 'center';
     ctx.textBaseline = 'middle';
+    const r = plane.range;
     targets.forEach((t, k) => {
+        // Someone beyond the shown range is left out (the list names them).
+        if (t[0] < r.xMin || t[0] > r.xMax || t[1] < r.yMin || t[1] > r.yMax)
+            return;
         const p = plane.toPixel(t[0], t[1]);
         ctx.beginPath();
         ctx.arc(p.x, p.y, 7, 0, Math.PI * 2);
@@ -166,6 +170,11 @@ function drawTargets(ctx, plane, targets) {
 export function drawPlane(ctx, plane, state) {
     ctx.clearRect(0, 0, plane.width, plane.height);
     drawAxes(ctx, plane);
+    // What lies beyond the shown range stays off the axes.
+    ctx.save();
+    ctx.beginPath();
+    ctx.rect(plane.plot.left, plane.plot.top, plane.plot.width, plane.plot.height);
+    ctx.clip();
     const editing = state.editor && state.editor.dirty ? state.editor.number : 0;
     for (const entry of state.areas || []) {
         if (entry.type === 'unset' || entry.number === editing)
@@ -175,5 +184,6 @@ export function drawPlane(ctx, plane, state) {
     if (state.trails)
         drawTrails(ctx, plane, state.trails);
     drawDraft(ctx, plane, state.editor, state.touch);
+    ctx.restore();
     drawTargets(ctx, plane, state.targets || []);
 }
