@@ -114,6 +114,9 @@ MqttClient::MqttClient(const MqttOptions &options, const QString &clientId, cons
         return;
     mosquitto_threaded_set(mosq, true);
     mosquitto_int_option(mosq, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V311);
+    // Small messages go out at once: an occupancy change should not wait
+    // for the acknowledgement of the one before.
+    mosquitto_int_option(mosq, MOSQ_OPT_TCP_NODELAY, 1);
     if (!options.user.isEmpty()) {
         mosquitto_username_pw_set(
             mosq, options.user.toUtf8().constData(),

@@ -10,10 +10,12 @@
 #include "tests/tools/simpeer.h"
 #include "tst_mqttsupport.h"
 
+#include <QEventLoop>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <QtTest>
 
 #include <memory>
@@ -166,6 +168,78 @@ private slots:
         QCOMPARE(others, 0);
         QVERIFY2(targetMessages >= 1 && targetMessages <= 3,
                  qPrintable(QString::number(targetMessages)));
+    }
+
+    void occupancyFollowsWalkingPeople()
+    {
+        Rig rig;
+        // Two people walking through the room; area 1 in its middle.
+        QVERIFY(
+            rig.start({"--rate", "10", "--targets", "2", "--seed", "7", "--area", "1,0,-2,6,2,3"}));
+        TestSubscriber &live = *rig.live;
+        // What the module reported (area 1 and the count), with the time the
+        // report left the module object.
+        QList<bool> reported;
+        QList<qint64> reportedAt;
+        QElapsedTimer clock;
+        clock.start();
+        connect(rig.module.get(), &Module::areasReport, &live, [&](const QJsonObject &record) {
+            const bool occupied = record.value("occupied").toArray().at(0).toBool();
+            if (reported.isEmpty() || reported.last() != occupied) {
+                reported << occupied;
+                reportedAt << clock.nsecsElapsed();
+            }
+        });
+        QList<qint64> receivedAt;
+        connect(&live.client, &MqttClient::messageReceived, &live,
+                [&](const QString &topic, const QByteArray &) {
+                    if (topic == QLatin1String("orv/m1/area/1/occupancy"))
+                        receivedAt << clock.nsecsElapsed();
+                });
+        const int before = live.on("orv/m1/area/1/occupancy").size();
+        // Wait for people to walk in and out a few times (bounded).
+        // A plain event loop (not a polling wait), so that the times taken
+        // below are those of the messages' arrival.
+        QEventLoop loop;
+        QTimer::singleShot(90000, &loop, &QEventLoop::quit);
+        connect(&live.client, &MqttClient::messageReceived, &loop, [&] {
+            if (reported.size() >= 5 && receivedAt.size() >= 4)
+                loop.quit();
+        });
+        loop.exec();
+        QVERIFY2(reported.size() >= 5, qPrintable(QString::number(reported.size())));
+        // Every change the module reported reaches the broker, in order,
+        // and nothing else does (the first report may repeat the value
+        // published at start).
+        const QList<bool> seen = reported.mid(0, 5);
+        QList<QByteArray> expected;
+        for (bool occupied : seen)
+            expected << mqttpayload::onOff(occupied);
+        auto published = [&live, before] {
+            QList<QByteArray> out;
+            for (const MqttReceived &r : live.on("orv/m1/area/1/occupancy").mid(before))
+                out << r.payload;
+            return out;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(
+            published().size() >= expected.size() - 1 && !published().isEmpty(), kWaitMs);
+        if (published().first() != expected.first())
+            expected.removeFirst();
+        QTRY_VERIFY_WITH_TIMEOUT(published().size() >= expected.size(), kWaitMs);
+        QCOMPARE(published().mid(0, expected.size()), expected);
+
+        // Module report to subscriber through the broker, in ms.
+        QList<double> latencies;
+        const int offset = reported.size() - receivedAt.size();
+        for (int i = 0; i < receivedAt.size(); ++i) {
+            if (i + offset >= 0)
+                latencies << double(receivedAt.at(i) - reportedAt.at(i + offset)) / 1e6;
+        }
+        std::sort(latencies.begin(), latencies.end());
+        if (!latencies.isEmpty())
+            qInfo("occupancy change, module report to subscriber: %d changes, median %.2f ms, max "
+                  "%.2f ms",
+                  int(latencies.size()), latencies.at(latencies.size() / 2), latencies.last());
     }
 
     void setsOverMqtt()
