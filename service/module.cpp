@@ -1,7 +1,6 @@
 #include "service/module.h"
 
 #include "cli/areafile.h"
-#include "cli/areascommands.h"
 #include "cli/baudprobe.h"
 #include "cli/modulecommand.h"
 #include "cli/reportformatter.h"
@@ -10,6 +9,7 @@
 #include "service/modulelink.h"
 #include "service/moduleprobe.h"
 #include "service/modulestats.h"
+#include "service/modulewrites.h"
 #include "service/writequeue.h"
 
 #include <QCryptographicHash>
@@ -18,8 +18,6 @@
 #include <QJsonDocument>
 #include <QTimer>
 
-const char *const Module::kBodyName = "area file";
-
 namespace
 {
 
@@ -27,26 +25,6 @@ namespace
 constexpr int kSilenceCheckMs = 250;
 // Retries of a failed first read of areas and display, while open.
 constexpr int kReadRetryMs = 5000;
-
-// orv-cli's comparison of a file with what a module holds, in decimetres.
-struct AreaDifferences : AreasCommand {
-    using AreasCommand::differences;
-};
-
-// The area file `orv-cli areas backup` writes for what a module holds: areas
-// of a type a file cannot hold are written as unset.
-AreaFile fileOf(const ModuleAreas &held)
-{
-    AreaFile file;
-    file.hasDisplay = true;
-    file.display = held.display;
-    for (int k = 0; k < 3; ++k) {
-        const WireArea &a = held.areas[size_t(k)];
-        const bool storable = !a.defined() || a.type == 0 || a.type == 1;
-        file.areas.append(WireArea::toEntry(k + 1, storable ? a : WireArea()));
-    }
-    return file;
-}
 
 QJsonObject objectOf(const QByteArray &json)
 {
@@ -62,15 +40,6 @@ WriteResult result(WriteResult::Kind kind, const QString &error = QString())
 }
 
 } // namespace
-
-// One request of a write and how to tell the module's yes from its NG.
-struct Module::Step {
-    quint8 code = 0;
-    QByteArray payload;
-    QString what;    // names the request in messages
-    QString refused; // the message when the module answers NG
-    std::function<bool(const QByteArray &)> accepted;
-};
 
 QString Module::stateName(State state)
 {
@@ -321,14 +290,14 @@ QString Module::noAnswerText(LinkStatus status, const QString &what) const
 }
 
 void Module::runSteps(
-    const QList<Step> &steps, int index,
+    const QList<modulewrites::Step> &steps, int index,
     std::function<void(LinkStatus, const QString &what, const QString &refused)> then)
 {
     if (index >= steps.size()) {
         then(LinkStatus::Ok, QString(), QString());
         return;
     }
-    const Step step = steps.at(index);
+    const modulewrites::Step step = steps.at(index);
     queue->ask(step.code, step.payload,
                [this, steps, index, step, then](LinkStatus status, const QByteArray &answer) {
                    if (status != LinkStatus::Ok) {
@@ -373,7 +342,7 @@ void Module::readBack(std::function<void(LinkStatus, const QString &what)> then)
 
 void Module::takeHeld(const ModuleAreas &held)
 {
-    const QByteArray json = fileOf(held).toJson();
+    const QByteArray json = modulewrites::backupOf(held).toJson();
     const QByteArray tag =
         "\"" + QCryptographicHash::hash(json, QCryptographicHash::Sha1).toHex().left(20) + "\"";
     *this->held = held;
@@ -430,11 +399,10 @@ void Module::setAreasText(const QByteArray &text, Done done)
 {
     AreaFile file;
     QString why;
-    if (!AreaFile::parse(text, QLatin1String(kBodyName), &file, &why)) {
-        done(result(WriteResult::Invalid, why + " (nothing was sent)"));
-        return;
-    }
-    enqueueWrite(file, false, std::move(done));
+    if (!modulewrites::fromText(text, &file, &why))
+        done(result(WriteResult::Invalid, why));
+    else
+        enqueueWrite(file, false, std::move(done));
 }
 
 void Module::setAreas(const QJsonObject &areaFile, Done done)
@@ -444,27 +412,12 @@ void Module::setAreas(const QJsonObject &areaFile, Done done)
 
 void Module::setArea(int number, const QJsonObject &area, Done done)
 {
-    if (number < 1 || number > 3) {
-        done(result(WriteResult::Invalid,
-                    QString("\"%1\" is not an area number (1, 2 or 3)").arg(number)));
-        return;
-    }
-    // Checked as one entry of an area file, with the file's rules and words.
-    QJsonObject entry = area;
-    entry["number"] = number;
-    const QJsonObject file{{"format", AreaFile::kFormatName},
-                           {"version", AreaFile::kVersion},
-                           {"areas", QJsonArray{entry}}};
-    AreaFile parsed;
+    AreaFile file;
     QString why;
-    if (!AreaFile::parse(QJsonDocument(file).toJson(), QString("area %1").arg(number), &parsed,
-                         &why)) {
-        why.replace(QLatin1String("areas[0]."), QString());
-        why.replace(QLatin1String(": areas[0]:"), QLatin1String(":"));
-        done(result(WriteResult::Invalid, why + " (nothing was sent)"));
-        return;
-    }
-    enqueueWrite(parsed, false, std::move(done));
+    if (!modulewrites::fromArea(number, area, &file, &why))
+        done(result(WriteResult::Invalid, why));
+    else
+        enqueueWrite(file, false, std::move(done));
 }
 
 void Module::cancelArea(int number, Done done)
@@ -474,28 +427,17 @@ void Module::cancelArea(int number, Done done)
 
 void Module::cancelAllAreas(Done done)
 {
-    AreaFile file;
-    for (int n = 1; n <= 3; ++n) {
-        AreaEntry entry;
-        entry.number = n;
-        entry.kind = AreaEntry::Unset;
-        file.areas.append(entry);
-    }
-    enqueueWrite(file, true, std::move(done));
+    enqueueWrite(modulewrites::allUnset(), true, std::move(done));
 }
 
 void Module::setDisplay(const QString &display, Done done)
 {
-    const int value = AreaFile::displayValue(display);
-    if (value < 0) {
-        done(result(WriteResult::Invalid,
-                    QString("\"%1\" is not a display type (area or track)").arg(display)));
-        return;
-    }
     AreaFile file;
-    file.hasDisplay = true;
-    file.display = value;
-    enqueueWrite(file, false, std::move(done));
+    QString why;
+    if (!modulewrites::fromDisplay(display, &file, &why))
+        done(result(WriteResult::Invalid, why));
+    else
+        enqueueWrite(file, false, std::move(done));
 }
 
 WriteResult Module::notOpen() const
@@ -512,43 +454,6 @@ WriteResult Module::noAnswer(LinkStatus status, const QString &what) const
                   noAnswerText(status, what));
 }
 
-QList<Module::Step> Module::stepsFor(const AreaFile &file, bool cancelAll)
-{
-    const auto answeredOk = [](const QByteArray &a) { return frameformat::decodeResult(a); };
-    QList<Step> steps;
-    if (cancelAll) {
-        steps.append({CancelAllArea, QByteArray(), "cancelling all areas",
-                      "the module refused to cancel the areas (NG)", answeredOk});
-        return steps;
-    }
-    if (file.hasDisplay)
-        steps.append({SetTargetShowType, QByteArray(1, char(file.display)),
-                      "the display-type change",
-                      QString("the module refused display type %1 (NG)")
-                          .arg(AreaFile::displayName(file.display)),
-                      answeredOk});
-    for (const AreaEntry &entry : file.areas) {
-        const bool unset = entry.kind == AreaEntry::Unset;
-        Step step;
-        step.code = unset ? RepealArea : SetArea;
-        step.payload = unset ? QByteArray(1, char(entry.number)) : WireArea::requestPayload(entry);
-        step.what = QString(unset ? "cancelling area %1" : "setting area %1").arg(entry.number);
-        step.refused = QString(unset ? "the module refused to cancel area %1 (NG)"
-                                     : "the module refused to set area %1 (NG)")
-                           .arg(entry.number);
-        if (unset)
-            step.accepted = [](const QByteArray &a) {
-                return frameformat::decodeRepealAreaResponse(a).ok;
-            };
-        else
-            step.accepted = [](const QByteArray &a) {
-                return frameformat::decodeSetAreaResponse(a).ok;
-            };
-        steps.append(step);
-    }
-    return steps;
-}
-
 WriteResult Module::outcome(const AreaFile &file, const QString &refused) const
 {
     WriteResult r;
@@ -558,7 +463,7 @@ WriteResult Module::outcome(const AreaFile &file, const QString &refused) const
         r.error = refused;
         return r;
     }
-    const QStringList diff = AreaDifferences::differences(file, *held);
+    const QStringList diff = modulewrites::differences(file, *held);
     if (!diff.isEmpty()) {
         r.kind = WriteResult::Mismatch;
         r.error = QStringLiteral("the module answered OK but holds something else");
@@ -573,7 +478,7 @@ void Module::enqueueWrite(const AreaFile &file, bool cancelAll, Done done)
         done(notOpen());
         return;
     }
-    const QList<Step> steps = stepsFor(file, cancelAll);
+    const QList<modulewrites::Step> steps = modulewrites::stepsFor(file, cancelAll);
     queue->enqueue([this, steps, file, done](std::function<void()> finished) {
         const auto answer = [done, finished](const WriteResult &r) {
             done(r);

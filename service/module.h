@@ -40,6 +40,10 @@ class QTimer;
 class ReportFormatter;
 class WriteQueue;
 struct ModuleAreas;
+namespace modulewrites
+{
+struct Step;
+}
 
 // The outcome of one write, handed to its Done callback.
 struct WriteResult {
@@ -107,9 +111,6 @@ public:
     // a syntax error is named by line and column as orv-cli names it.
     void setAreasText(const QByteArray &text, Done done);
 
-    // The name area-file messages give the file a client sent.
-    static const char *const kBodyName;
-
     // How long without a frame makes an open module silent.
     static constexpr int kSilentMs = 3000;
     // Retry delays of a lost or busy port: the first, and the longest.
@@ -131,7 +132,6 @@ signals:
     void areasReport(const QJsonObject &record);
 
 private:
-    struct Step;
     void setState(State state);
     void tryOpen();
     void watchFolder();
@@ -143,12 +143,10 @@ private:
     void checkSilence();
     bool writable() const;
     void
-    runSteps(const QList<Step> &steps, int index,
+    runSteps(const QList<modulewrites::Step> &steps, int index,
              std::function<void(LinkStatus, const QString &what, const QString &refused)> then);
     void readBack(std::function<void(LinkStatus, const QString &what)> then);
     void enqueueWrite(const AreaFile &file, bool cancelAll, Done done);
-    // The requests of a write: cancel all, or the display type and each area.
-    static QList<Step> stepsFor(const AreaFile &file, bool cancelAll);
     // The result of a write the module answered, from the read-back.
     WriteResult outcome(const AreaFile &file, const QString &refused) const;
     WriteResult notOpen() const;

@@ -23,7 +23,6 @@ public:
     ModuleSession::OpenFailure open(const QString &portName, int baud, QString *why);
     void close();
     bool isOpen() const { return port.isOpen(); }
-    QString portName() const { return name; }
 
     bool setBaudRate(int baud);
     int baudRate() const { return baud; }
