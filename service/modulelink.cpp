@@ -29,31 +29,29 @@ ModuleSession::OpenFailure ModuleLink::open(const QString &portName, int rate, Q
 {
     close();
     name = portName;
-    // orv-cli's session opens and classifies; this link takes the port over
-    // only after that session has let it go, so the two never hold it at once.
-    ModuleSession::OpenFailure failure = ModuleSession::OpenFailure::None;
-    {
-        ModuleSession session;
-        if (!session.open(portName, rate, why, &failure))
-            return failure;
-    }
     port.setPortName(portName);
     port.setBaudRate(rate, QSerialPort::AllDirections);
     port.setDataBits(QSerialPort::Data8);
     port.setParity(QSerialPort::NoParity);
     port.setStopBits(QSerialPort::OneStop);
     port.setFlowControl(QSerialPort::NoFlowControl);
-    if (!port.open(QIODevice::ReadWrite)) {
-        // Taken in the moment between the two openings, or gone.
-        const bool exists = QFileInfo::exists(ModuleSession::devicePath(portName));
+    if (port.open(QIODevice::ReadWrite)) {
+        port.setDataTerminalReady(true);
+        baud = rate;
+        deviceCheck.start();
+        return ModuleSession::OpenFailure::None;
+    }
+    // orv-cli's session tries once more and says why, in its words, with the
+    // reason (missing, busy, permission) told apart as it does.
+    ModuleSession::OpenFailure failure = ModuleSession::OpenFailure::Other;
+    ModuleSession session;
+    if (session.open(portName, rate, why, &failure)) {
+        // Free again a moment later: try again soon.
         if (why)
             *why = QString("cannot open %1: %2").arg(portName, port.errorString());
-        return exists ? ModuleSession::OpenFailure::Busy : ModuleSession::OpenFailure::Missing;
+        return ModuleSession::OpenFailure::Busy;
     }
-    port.setDataTerminalReady(true);
-    baud = rate;
-    deviceCheck.start();
-    return ModuleSession::OpenFailure::None;
+    return failure;
 }
 
 void ModuleLink::close()
