@@ -51,6 +51,7 @@ MqttBridge::MqttBridge(Module *module, const MqttOptions &options, QObject *pare
 
     connect(client, &MqttClient::connected, this, &MqttBridge::publishAll);
     connect(client, &MqttClient::messageReceived, this, &MqttBridge::handleMessage);
+    connect(client, &MqttClient::problem, this, &MqttBridge::problem);
     connect(client, &MqttClient::stateChanged, this, [this](MqttClient::State state) {
         emit connectionStateChanged(MqttClient::stateName(state));
     });
@@ -105,7 +106,7 @@ void MqttBridge::answer(const QString &request, bool ok, const QString &error)
         MqttMessage{topics.topics().result(), mqttpayload::result(request, ok, error), false}, 1);
 }
 
-void MqttBridge::handleMessage(const QString &topic, const QByteArray &payload)
+void MqttBridge::handleMessage(const QString &topic, const QByteArray &payload, bool retained)
 {
     if (options.discovery && topic == discovery.statusTopic()) {
         // Home Assistant (re)started: announce the module again.
@@ -116,6 +117,13 @@ void MqttBridge::handleMessage(const QString &topic, const QByteArray &payload)
     const int target = topics.topics().setTarget(topic);
     if (target < 0)
         return;
+    if (retained) {
+        // A command kept by the broker would be done again on every
+        // reconnect: only live commands count.
+        answer(topic, false,
+               QStringLiteral("a retained set message is not acted on; publish it without retain"));
+        return;
+    }
     if (!module) {
         answer(topic, false, QStringLiteral("the module is gone"));
         return;
@@ -157,10 +165,9 @@ QList<MqttBridge *> startMqtt(const QList<Module *> &modules, const MqttOptions 
     for (Module *module : modules) {
         auto *bridge = new MqttBridge(module, options, parent);
         const QString name = module->id();
-        QObject::connect(bridge->findChild<MqttClient *>(), &MqttClient::problem, bridge,
-                         [name](const QString &text) {
-                             sayOnStderr(QStringLiteral("MQTT %1: %2").arg(name, text));
-                         });
+        QObject::connect(bridge, &MqttBridge::problem, bridge, [name](const QString &text) {
+            sayOnStderr(QStringLiteral("MQTT %1: %2").arg(name, text));
+        });
         bridge->start();
         bridges << bridge;
     }

@@ -41,11 +41,13 @@ public:
 
 signals:
     void connectionStateChanged(const QString &state);
+    // A change of the connection's condition, in words naming the cause.
+    void problem(const QString &text);
 
 private:
     void publish(const QList<MqttMessage> &messages);
     void publishAll();
-    void handleMessage(const QString &topic, const QByteArray &payload);
+    void handleMessage(const QString &topic, const QByteArray &payload, bool retained);
     void answer(const QString &request, bool ok, const QString &error);
 
     QPointer<Module> module;

@@ -195,9 +195,10 @@ void MqttClient::Shared::run()
         connackCode = 0;
         errno = 0;
         int rc = mosquitto_connect(mosq, host.toUtf8().constData(), port, kKeepAliveSeconds);
+        const int connectErrno = errno;
         if (rc != MOSQ_ERR_SUCCESS) {
             const QString text =
-                QStringLiteral("cannot connect to %1: %2").arg(where, describe(rc, errno));
+                QStringLiteral("cannot connect to %1: %2").arg(where, describe(rc, connectErrno));
             post([target = owner, text] {
                 if (target)
                     target->onFailure(false, text);

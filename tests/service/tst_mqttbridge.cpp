@@ -397,10 +397,27 @@ private slots:
         rig.bridge.reset();
         QVERIFY(rig.live->waitFor("orv/m1/availability", "offline", kWaitMs));
 
+        // A command left retained on a set topic is not done when a bridge
+        // subscribes (it would be done again on every reconnect).
+        QTRY_VERIFY_WITH_TIMEOUT(!rig.module->areaFile().isEmpty(), kWaitMs);
+        const QString held = rig.module->areaFile().value("display").toString();
+        const QByteArray other = held == QLatin1String("track") ? "area" : "track";
+        QVERIFY(rig.live->client.publish(MqttMessage{"orv/m1/display/set", other, true}));
+        const QByteArray tag = rig.module->etag();
+        const int results = rig.live->on("orv/m1/result").size();
+
+        const int before = rig.live->on("orv/m1/availability").size();
         // A clean stop says offline itself.
         rig.bridge = std::make_unique<MqttBridge>(rig.module.get(), rig.broker.options());
         rig.bridge->start();
-        const int before = rig.live->on("orv/m1/availability").size();
+        QTRY_VERIFY_WITH_TIMEOUT(rig.live->on("orv/m1/result").size() > results, kWaitMs);
+        const QJsonObject refused = object(rig.live->on("orv/m1/result").last().payload);
+        QCOMPARE(refused.value("request").toString(), QStringLiteral("orv/m1/display/set"));
+        QCOMPARE(refused.value("ok"), QJsonValue(false));
+        QVERIFY2(refused.value("error").toString().contains("retained"),
+                 qPrintable(refused.value("error").toString()));
+        QCOMPARE(rig.module->etag(), tag);
+        QVERIFY(rig.live->client.publish(MqttMessage{"orv/m1/display/set", QByteArray(), true}));
         QTRY_VERIFY_WITH_TIMEOUT(rig.live->on("orv/m1/availability").size() > before &&
                                      rig.live->on("orv/m1/availability").last().payload == "online",
                                  kWaitMs);
