@@ -283,15 +283,23 @@ void TestModule::opensStreamsAndReadsAreas()
 void TestModule::probeFindsTheRate()
 {
     SimProcess sim;
-    const QString path = sim.start({"--baud", "115200", "--rate", "10"});
+    // A person standing inside area 2.
+    const QString path = sim.start(
+        {"--baud", "115200", "--rate", "10", "--fixed", "0.5,2", "--area", "2,0,-1,3,1,1"});
     QVERIFY(!path.isEmpty());
     Module m("b", path, "auto");
     QSignalSpy targets(&m, &Module::targetsReport);
+    QSignalSpy areas(&m, &Module::areasReport);
     m.start();
     QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Open, kOpenMs);
     QCOMPARE(m.status().value("baud").toInt(), 115200);
-    QTRY_VERIFY_WITH_TIMEOUT(!targets.isEmpty(), kOpenMs);
+    QTRY_VERIFY_WITH_TIMEOUT(!targets.isEmpty() && !areas.isEmpty(), kOpenMs);
+    QCOMPARE(targets.last().at(0).toJsonObject().value("targets").toArray(),
+             QJsonArray{corner(0.5, 2)});
+    QCOMPARE(areas.last().at(0).toJsonObject().value("occupied").toArray(),
+             (QJsonArray{false, true, false}));
     QTRY_VERIFY_WITH_TIMEOUT(!m.areaFile().isEmpty(), kWriteMs);
+    QCOMPARE(area(m.areaFile(), 2).value("from").toArray(), corner(-1, 3));
 }
 
 void TestModule::everyWriteKindIsReadBack()
