@@ -33,6 +33,8 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/errqueue.h>
+#include <linux/net_tstamp.h>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -52,12 +54,14 @@
 namespace
 {
 
-using Clock = long long; // nanoseconds, CLOCK_MONOTONIC
+// Nanoseconds of the real-time clock: the kernel's receive timestamps on the
+// viewers' sockets are on that clock.
+using Clock = long long;
 
 Clock now()
 {
     timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
+    clock_gettime(CLOCK_REALTIME, &ts);
     return Clock(ts.tv_sec) * 1000000000LL + ts.tv_nsec;
 }
 
@@ -114,7 +118,8 @@ public:
     {
         int done = 0;
         while (done < frame.size()) {
-            const ssize_t n = ::write(master, frame.constData() + done, size_t(frame.size() - done));
+            const ssize_t n =
+                ::write(master, frame.constData() + done, size_t(frame.size() - done));
             if (n > 0)
                 done += int(n);
             else if (n < 0 && errno != EAGAIN && errno != EINTR)
@@ -332,8 +337,9 @@ Service startService(std::vector<std::unique_ptr<FakeModule>> &modules, const st
         std::fclose(f);
         chmod(tokenFile.c_str(), 0600);
     }
-    std::vector<std::string> args{g_cli, "serve", "--baud", "115200", "--listen",
-                                  "127.0.0.1:" + std::to_string(s.port), "--token-file", tokenFile};
+    std::vector<std::string> args{g_cli,          "serve",    "--baud",
+                                  "115200",       "--listen", "127.0.0.1:" + std::to_string(s.port),
+                                  "--token-file", tokenFile};
     for (size_t i = 0; i < modules.size(); ++i) {
         s.ids.push_back("m" + std::to_string(i));
         args.push_back("--port");
@@ -368,6 +374,7 @@ struct Viewer {
     bool reading = true; // false: a stuck viewer, never read
     bool closed = false;
     long targets = 0;
+    Clock kernelTime = 0; // when the kernel took in the bytes last read
 };
 
 // The event loop: the modules' masters and the viewers' sockets in one epoll
@@ -406,6 +413,10 @@ public:
                 int small = 4096;
                 setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
             }
+            if (reading) {
+                int flags = SOF_TIMESTAMPING_RX_SOFTWARE | SOF_TIMESTAMPING_SOFTWARE;
+                setsockopt(fd, SOL_SOCKET, SO_TIMESTAMPING, &flags, sizeof flags);
+            }
             ::send(fd, r.data(), r.size(), MSG_NOSIGNAL);
             fcntl(fd, F_SETFL, O_NONBLOCK);
             Viewer v;
@@ -421,8 +432,7 @@ public:
 
     // Serves everything until deadline. onTargets(viewer, seq, time) for each
     // targets event a viewer gets.
-    template <typename F>
-    void runUntil(Clock deadline, F onTargets)
+    template <typename F> void runUntil(Clock deadline, F onTargets)
     {
         epoll_event events[256];
         for (;;) {
@@ -431,7 +441,6 @@ public:
                 return;
             const int timeout = int(std::min<Clock>((deadline - t) / 1000000 + 1, 50));
             const int n = epoll_wait(ep, events, 256, timeout);
-            const Clock arrival = now();
             for (int i = 0; i < n; ++i) {
                 const quint64 tag = events[i].data.u64;
                 if (tag & 1) {
@@ -447,7 +456,7 @@ public:
                     ++stuckClosed;
                     continue;
                 }
-                read(v, arrival, onTargets);
+                read(v, now(), onTargets);
             }
         }
     }
@@ -456,12 +465,24 @@ public:
     int stuckClosed = 0;
 
 private:
-    template <typename F>
-    void read(Viewer &v, Clock arrival, F &onTargets)
+    template <typename F> void read(Viewer &v, Clock arrival, F &onTargets)
     {
         char chunk[16384];
         for (;;) {
-            const ssize_t n = ::recv(v.fd, chunk, sizeof chunk, 0);
+            iovec io{chunk, sizeof chunk};
+            char control[256];
+            msghdr msg{};
+            msg.msg_iov = &io;
+            msg.msg_iovlen = 1;
+            msg.msg_control = control;
+            msg.msg_controllen = sizeof control;
+            const ssize_t n = ::recvmsg(v.fd, &msg, 0);
+            for (cmsghdr *c = CMSG_FIRSTHDR(&msg); n > 0 && c; c = CMSG_NXTHDR(&msg, c))
+                if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SCM_TIMESTAMPING) {
+                    scm_timestamping ts;
+                    std::memcpy(&ts, CMSG_DATA(c), sizeof ts);
+                    v.kernelTime = Clock(ts.ts[0].tv_sec) * 1000000000LL + ts.ts[0].tv_nsec;
+                }
             if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) {
                 epoll_ctl(ep, EPOLL_CTL_DEL, v.fd, nullptr);
                 ::close(v.fd);
@@ -534,8 +555,7 @@ struct Reporter {
     int seq = 0;
     std::map<int, Clock> written;
 
-    template <typename F>
-    void run(Loop &loop, Clock until, F onTargets, bool numbered = true)
+    template <typename F> void run(Loop &loop, Clock until, F onTargets, bool numbered = true)
     {
         const Clock period = Clock(1e9 / rate);
         Clock next = now();
@@ -543,8 +563,8 @@ struct Reporter {
             loop.runUntil(std::min(next, until), onTargets);
             if (now() < next)
                 continue;
-            const QByteArray frame = numbered ? numberedReport(seq % 20000, people)
-                                              : numberedReport(0, people);
+            const QByteArray frame =
+                numbered ? numberedReport(seq % 20000, people) : numberedReport(0, people);
             const QByteArray areas = areaFrame(false);
             Clock t = 0;
             for (auto &m : *modules) {
@@ -581,12 +601,16 @@ int latency(const Options &o)
     std::vector<double> samples;
     samples.reserve(size_t(o.viewers) * size_t(o.frames));
     bool measuring = false;
-    auto onTargets = [&](Viewer &, int seq, Clock arrival) {
+    std::vector<double> kernelSamples;
+    auto onTargets = [&](Viewer &v, int seq, Clock arrival) {
         if (!measuring)
             return;
         auto it = rep.written.find(seq);
-        if (it != rep.written.end())
-            samples.push_back((arrival - it->second) / 1e6);
+        if (it == rep.written.end())
+            return;
+        samples.push_back((arrival - it->second) / 1e6);
+        if (v.kernelTime > 0)
+            kernelSamples.push_back((v.kernelTime - it->second) / 1e6);
     };
     // Warm-up: every viewer has its first events (and the service settled).
     rep.run(loop, now() + 2000000000LL, onTargets);
@@ -604,10 +628,12 @@ int latency(const Options &o)
     for (const Viewer &v : loop.viewers)
         open += !v.closed;
     std::printf("latency, %d viewer(s), %d people at %.0f reports/s, %zu frames: p50 %.3f ms, "
-                "p99 %.3f ms, max %.3f ms; %zu of %ld events (%d viewers still open); "
+                "p99 %.3f ms, max %.3f ms; at the viewers' sockets (kernel receive time): p50 "
+                "%.3f ms, p99 %.3f ms; %zu of %ld events (%d viewers still open); "
                 "service CPU %.2f %% of a core; threads %ld; load %.1f\n",
                 o.viewers, o.people, o.rate, rep.written.size(), percentile(samples, 50),
-                percentile(samples, 99), percentile(samples, 100), samples.size(), expected, open,
+                percentile(samples, 99), percentile(samples, 100), percentile(kernelSamples, 50),
+                percentile(kernelSamples, 99), samples.size(), expected, open,
                 100.0 * (c1 - c0) / (w1 - w0), statusField(s.child.pid, "Threads"), load0);
     stop(s.child);
     return 0;
@@ -619,9 +645,9 @@ int cpu(const Options &o)
     served.push_back(std::make_unique<FakeModule>());
     watched.push_back(std::make_unique<FakeModule>());
     Service s = startService(served, "serve", {});
-    Child watch = spawn({g_cli, "watch", "--port", watched[0]->slavePath, "--baud", "115200",
-                         "--format", "jsonl"},
-                        "/dev/null");
+    Child watch = spawn(
+        {g_cli, "watch", "--port", watched[0]->slavePath, "--baud", "115200", "--format", "jsonl"},
+        "/dev/null");
     std::vector<std::unique_ptr<FakeModule>> both;
     both.push_back(std::move(served[0]));
     both.push_back(std::move(watched[0]));
@@ -733,16 +759,16 @@ public:
     {
         mosquitto_lib_init();
         client = mosquitto_new(("serve-perf-" + std::to_string(getpid())).c_str(), true, this);
-        mosquitto_message_callback_set(client, [](mosquitto *, void *self,
-                                                  const mosquitto_message *m) {
-            const Clock t = now();
-            auto *s = static_cast<Subscriber *>(self);
-            std::lock_guard<std::mutex> lock(s->mutex);
-            s->messages.push_back({m->topic,
-                                   std::string(static_cast<const char *>(m->payload),
-                                               size_t(m->payloadlen)),
-                                   m->retain, t});
-        });
+        mosquitto_message_callback_set(
+            client, [](mosquitto *, void *self, const mosquitto_message *m) {
+                const Clock t = now();
+                auto *s = static_cast<Subscriber *>(self);
+                std::lock_guard<std::mutex> lock(s->mutex);
+                s->messages.push_back(
+                    {m->topic,
+                     std::string(static_cast<const char *>(m->payload), size_t(m->payloadlen)),
+                     m->retain, t});
+            });
         if (mosquitto_connect(client, "127.0.0.1", port, 30) != MOSQ_ERR_SUCCESS)
             fail("cannot reach the broker on port " + std::to_string(port));
         mosquitto_subscribe(client, nullptr, filter.c_str(), 1);
