@@ -395,49 +395,49 @@ qint64 Module::reconnects() const
 
 // --- writes ---------------------------------------------------------------
 
-void Module::setAreasText(const QByteArray &text, Done done)
+void Module::setAreasText(const QByteArray &text, Done done, const QByteArray &ifMatch)
 {
     AreaFile file;
     QString why;
     if (!modulewrites::fromText(text, &file, &why))
         done(result(WriteResult::Invalid, why));
     else
-        enqueueWrite(file, false, std::move(done));
+        enqueueWrite(file, false, std::move(done), ifMatch);
 }
 
-void Module::setAreas(const QJsonObject &areaFile, Done done)
+void Module::setAreas(const QJsonObject &areaFile, Done done, const QByteArray &ifMatch)
 {
-    setAreasText(QJsonDocument(areaFile).toJson(), std::move(done));
+    setAreasText(QJsonDocument(areaFile).toJson(), std::move(done), ifMatch);
 }
 
-void Module::setArea(int number, const QJsonObject &area, Done done)
+void Module::setArea(int number, const QJsonObject &area, Done done, const QByteArray &ifMatch)
 {
     AreaFile file;
     QString why;
     if (!modulewrites::fromArea(number, area, &file, &why))
         done(result(WriteResult::Invalid, why));
     else
-        enqueueWrite(file, false, std::move(done));
+        enqueueWrite(file, false, std::move(done), ifMatch);
 }
 
-void Module::cancelArea(int number, Done done)
+void Module::cancelArea(int number, Done done, const QByteArray &ifMatch)
 {
-    setArea(number, QJsonObject{{"type", "unset"}}, std::move(done));
+    setArea(number, QJsonObject{{"type", "unset"}}, std::move(done), ifMatch);
 }
 
-void Module::cancelAllAreas(Done done)
+void Module::cancelAllAreas(Done done, const QByteArray &ifMatch)
 {
-    enqueueWrite(modulewrites::allUnset(), true, std::move(done));
+    enqueueWrite(modulewrites::allUnset(), true, std::move(done), ifMatch);
 }
 
-void Module::setDisplay(const QString &display, Done done)
+void Module::setDisplay(const QString &display, Done done, const QByteArray &ifMatch)
 {
     AreaFile file;
     QString why;
     if (!modulewrites::fromDisplay(display, &file, &why))
         done(result(WriteResult::Invalid, why));
     else
-        enqueueWrite(file, false, std::move(done));
+        enqueueWrite(file, false, std::move(done), ifMatch);
 }
 
 WriteResult Module::notOpen() const
@@ -472,20 +472,31 @@ WriteResult Module::outcome(const AreaFile &file, const QString &refused) const
     return r;
 }
 
-void Module::enqueueWrite(const AreaFile &file, bool cancelAll, Done done)
+void Module::enqueueWrite(const AreaFile &file, bool cancelAll, Done done,
+                          const QByteArray &ifMatch)
 {
     if (!writable()) {
         done(notOpen());
         return;
     }
     const QList<modulewrites::Step> steps = modulewrites::stepsFor(file, cancelAll);
-    queue->enqueue([this, steps, file, done](std::function<void()> finished) {
+    queue->enqueue([this, steps, file, done, ifMatch](std::function<void()> finished) {
         const auto answer = [done, finished](const WriteResult &r) {
             done(r);
             finished();
         };
         if (!writable()) {
             answer(notOpen());
+            return;
+        }
+        if (!ifMatch.isEmpty() && ifMatch != "*" && ifMatch != configTag) {
+            WriteResult r =
+                result(WriteResult::Stale,
+                       QString("the areas or display changed (ETag %1, was %2); "
+                               "nothing was sent")
+                           .arg(QString::fromLatin1(configTag), QString::fromLatin1(ifMatch)));
+            r.areaFile = config;
+            answer(r);
             return;
         }
         runSteps(

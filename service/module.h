@@ -54,6 +54,7 @@ struct WriteResult {
         Refused,  // the module answered NG (409)
         Mismatch, // the module holds something else afterwards (409)
         Timeout,  // no answer (504)
+        Stale,    // the write's ifMatch is not the tag when its turn came (412); nothing sent
     };
     Kind kind = Ok;
     QString error;          // the message, as orv-cli prints it
@@ -97,19 +98,22 @@ public:
 
     // Writes: queued, one at a time, each waiting for the module's answer;
     // after any write the areas and display are read back. done is called on
-    // the Qt main thread exactly once.
+    // the Qt main thread exactly once. With an ifMatch other than empty or
+    // "*", a write whose turn comes when etag() is no longer ifMatch (an
+    // earlier write in line changed the module) is answered Stale, unsent.
     using Done = std::function<void(const WriteResult &)>;
     // As `orv-cli areas restore` (set, read back, compare).
-    void setAreas(const QJsonObject &areaFile, Done done);
+    void setAreas(const QJsonObject &areaFile, Done done, const QByteArray &ifMatch = QByteArray());
     // {"type":"detect"|"exclude","from":[x,y],"to":[x,y]} or {"type":"unset"}
-    void setArea(int number, const QJsonObject &area, Done done);
-    void cancelArea(int number, Done done);
-    void cancelAllAreas(Done done);
+    void setArea(int number, const QJsonObject &area, Done done,
+                 const QByteArray &ifMatch = QByteArray());
+    void cancelArea(int number, Done done, const QByteArray &ifMatch = QByteArray());
+    void cancelAllAreas(Done done, const QByteArray &ifMatch = QByteArray());
     // "area" or "track"
-    void setDisplay(const QString &display, Done done);
+    void setDisplay(const QString &display, Done done, const QByteArray &ifMatch = QByteArray());
     // setAreas from the raw text of an area file (as a request body carries it), so that
     // a syntax error is named by line and column as orv-cli names it.
-    void setAreasText(const QByteArray &text, Done done);
+    void setAreasText(const QByteArray &text, Done done, const QByteArray &ifMatch = QByteArray());
 
     // How long without a frame makes an open module silent.
     static constexpr int kSilentMs = 3000;
@@ -146,7 +150,7 @@ private:
     runSteps(const QList<modulewrites::Step> &steps, int index,
              std::function<void(LinkStatus, const QString &what, const QString &refused)> then);
     void readBack(std::function<void(LinkStatus, const QString &what)> then);
-    void enqueueWrite(const AreaFile &file, bool cancelAll, Done done);
+    void enqueueWrite(const AreaFile &file, bool cancelAll, Done done, const QByteArray &ifMatch);
     // The result of a write the module answered, from the read-back.
     WriteResult outcome(const AreaFile &file, const QString &refused) const;
     WriteResult notOpen() const;

@@ -177,6 +177,7 @@ private slots:
     void everyWriteKindIsReadBack();
     void invalidWritesSendNothing();
     void refusedWrite();
+    void staleTagIsNotSent();
     void writesWhileNotOpen();
     void wrongBaudWithAFixedRate();
     void silentModuleAndTimeout();
@@ -481,6 +482,48 @@ void TestModule::refusedWrite()
     QCOMPARE(o->result.error, QString("the module refused display type 7 (NG)"));
     QCOMPARE(area(o->result.areaFile, 2).value("type").toString(), QString("detect"));
     QCOMPARE(m.state(), Module::State::Open);
+}
+
+void TestModule::staleTagIsNotSent()
+{
+    SimProcess sim;
+    const auto owner = openModule(sim, {"--rate", "5"}, "r");
+    QVERIFY(owner);
+    Module &m = *owner;
+    const QByteArray tag = m.etag();
+    // Two writes based on the same state, queued together: the first changes
+    // the module, so the second finds its tag stale and sends nothing.
+    QList<std::shared_ptr<Outcome>> both;
+    for (int n = 1; n <= 2; ++n) {
+        auto each = std::make_shared<Outcome>();
+        both.append(each);
+        m.setArea(
+            n, {{"type", "detect"}, {"from", corner(-1, 2 + n)}, {"to", corner(1, 1)}},
+            [each](const WriteResult &r) {
+                ++each->calls;
+                each->result = r;
+            },
+            tag);
+    }
+    QVERIFY(waitUntil([&] { return both.at(1)->calls > 0; }, 2 * kWriteMs));
+    QCOMPARE(both.at(0)->calls, 1);
+    QVERIFY2(both.at(0)->result.kind == WriteResult::Ok, qPrintable(describe(both.at(0)->result)));
+    QCOMPARE(both.at(1)->calls, 1);
+    QCOMPARE(both.at(1)->result.kind, WriteResult::Stale);
+    QVERIFY2(both.at(1)->result.error.contains(QString::fromLatin1(tag)),
+             qPrintable(both.at(1)->result.error));
+    QCOMPARE(both.at(1)->result.areaFile, m.areaFile());
+    QCOMPARE(area(m.areaFile(), 1).value("type").toString(), QString("detect"));
+    QCOMPARE(area(m.areaFile(), 2).value("type").toString(), QString("unset"));
+
+    // The current tag, and "*", go through; the tag follows the content, so
+    // the first tag is stale only while the module holds something else.
+    auto o = write([&](Module::Done d) { m.cancelArea(1, d, m.etag()); });
+    QVERIFY2(o->result.kind == WriteResult::Ok, qPrintable(describe(o->result)));
+    o = write([&](Module::Done d) { m.setDisplay("track", d, "*"); });
+    QVERIFY2(o->result.kind == WriteResult::Ok, qPrintable(describe(o->result)));
+    o = write([&](Module::Done d) { m.cancelAllAreas(d, tag); });
+    QVERIFY2(o->result.kind == WriteResult::Stale, qPrintable(describe(o->result)));
 }
 
 void TestModule::writesWhileNotOpen()
