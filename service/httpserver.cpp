@@ -187,7 +187,7 @@ struct HttpServerCallbacks {
             ::setsockopt(info->connect_fd, SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
         }
         MHD_set_connection_option(req->connection, MHD_CONNECTION_OPTION_TIMEOUT,
-                                  unsigned(req->server->limits.streamStuckS));
+                                  unsigned(req->server->limits.streamIdleTimeoutS));
         req->streaming = true;
         ++req->server->streams;
         const MHD_Result result = MHD_queue_response(req->connection, unsigned(r.status), response);

@@ -42,7 +42,10 @@ public:
         int maxConnections = 2048;    // more are answered 503
         int maxBodyBytes = 64 * 1024; // larger bodies are answered 413
         int idleTimeoutS = 10;        // a connection that moves nothing this long is closed
-        int streamStuckS = 30;        // an event stream whose socket takes nothing this long
+        // A stream whose socket moves nothing this long is closed by the
+        // library. A backstop only: its hub closes a viewer that stopped
+        // reading sooner, with a reset the viewer notices (EventHub::keepAlive).
+        int streamIdleTimeoutS = 60;
     };
     using Handler = std::function<void(const HttpRequest &, HttpReply)>;
     // Send buffer of an event stream's socket, in bytes.
