@@ -296,7 +296,7 @@ void TestModule::probeFindsTheRate()
     QCOMPARE(m.status().value("baud").toInt(), 115200);
     QTRY_VERIFY_WITH_TIMEOUT(!targets.isEmpty() && !areas.isEmpty(), kOpenMs);
     QCOMPARE(targets.last().at(0).toJsonObject().value("targets").toArray(),
-             QJsonArray{corner(0.5, 2)});
+             QJsonArray{QJsonValue(corner(0.5, 2))});
     QCOMPARE(areas.last().at(0).toJsonObject().value("occupied").toArray(),
              (QJsonArray{false, true, false}));
     QTRY_VERIFY_WITH_TIMEOUT(!m.areaFile().isEmpty(), kWriteMs);
