@@ -14,9 +14,11 @@
 #include <QSerialPort>
 #include <QSignalSpy>
 #include <QSocketNotifier>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <cstdio>
 #include <fcntl.h>
 #include <memory>
 #include <pty.h>
@@ -187,6 +189,7 @@ private slots:
     void probeFindsNoRate();
     void lostDuringAWrite();
     void mismatchNamesTheDifferences();
+    void noPermission();
     void deviceFolderAppearsLater();
 
 private:
@@ -847,5 +850,45 @@ void TestModule::mismatchNamesTheDifferences()
     QCOMPARE(o->result.areaFile, m.areaFile());
 }
 
-QTEST_GUILESS_MAIN(TestModule)
+void TestModule::noPermission()
+{
+    // The module run as an ordinary user (this program, see main) against a
+    // port only root may open.
+    if (::geteuid() != 0 || QStandardPaths::findExecutable("runuser").isEmpty())
+        QSKIP("needs root and runuser to try an ordinary user");
+    SimProcess sim;
+    const QString path = sim.start({"--rate", "0"});
+    QVERIFY(!path.isEmpty());
+    QVERIFY(QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+    QProcess p;
+    p.start("runuser",
+            {"-u", "nobody", "--", QCoreApplication::applicationFilePath(), "--state-of", path});
+    QVERIFY(p.waitForFinished(20000));
+    if (p.exitCode() == 126 || p.exitCode() == 127)
+        QSKIP("the user nobody cannot run this program from here");
+    const QString out = QString::fromUtf8(p.readAllStandardOutput());
+    QCOMPARE(p.exitCode(), 0);
+    QVERIFY2(out.startsWith("no-permission\n") && out.contains("permission denied") &&
+                 out.contains("'dialout' group"),
+             qPrintable(out + QString::fromUtf8(p.readAllStandardError())));
+}
+
+// Run with --state-of PORT, prints the first state a module on PORT settles
+// in (after opening) and why; otherwise runs the tests.
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    if (argc == 3 && QByteArray(argv[1]) == "--state-of") {
+        Module m("x", QString::fromLocal8Bit(argv[2]), "auto");
+        m.start();
+        waitUntil([&] { return m.state() != Module::State::Opening; }, kOpenMs);
+        std::printf("%s\n%s\n", qPrintable(Module::stateName(m.state())),
+                    qPrintable(m.status().value("why").toString()));
+        return 0;
+    }
+    TestModule test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_module.moc"
