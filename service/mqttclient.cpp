@@ -21,6 +21,8 @@ namespace
 
 constexpr int kKeepAliveSeconds = 30;
 constexpr int kLoopTimeoutMs = 200;
+// How long a stop waits for the connection's thread.
+constexpr int kJoinMs = 1500;
 
 void initLibrary()
 {
@@ -62,13 +64,50 @@ struct MqttClient::Shared {
     std::atomic<bool> disconnect{false}; // send DISCONNECT first (a clean stop)
     std::atomic<bool> connected{false};
     int connackCode = 0; // set by the connect callback, read on the thread
+    // Under mutex: the owner still takes queued calls; the thread has ended;
+    // nobody waits for it any more (it then frees the connection itself).
+    bool ownerAlive = true;
+    bool ended = false;
+    bool orphaned = false;
 
     void run();
     template <typename F> void post(F &&f)
     {
-        QPointer<MqttClient> target = owner;
-        if (target)
-            QMetaObject::invokeMethod(target, std::forward<F>(f), Qt::QueuedConnection);
+        std::lock_guard<std::mutex> lock(mutex);
+        if (ownerAlive && !owner.isNull())
+            QMetaObject::invokeMethod(owner.data(), std::forward<F>(f), Qt::QueuedConnection);
+    }
+    // The thread's last act.
+    void end()
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        ended = true;
+        if (orphaned && mosq) {
+            mosquitto_destroy(mosq);
+            mosq = nullptr;
+        }
+        wake.notify_all();
+    }
+    // Waits up to ms for the thread to end. A thread stuck in a name lookup
+    // or a TCP connect to a silent host is left to finish on its own, so
+    // that the service stops in time; it frees the connection then.
+    // Returns whether the connection is still ours to free.
+    bool finish(int ms)
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        if (!thread.joinable())
+            return !orphaned;
+        ownerAlive = false;
+        wake.notify_all();
+        if (wake.wait_for(lock, std::chrono::milliseconds(ms), [this] { return ended; })) {
+            lock.unlock();
+            thread.join();
+            return true;
+        }
+        orphaned = true;
+        lock.unlock();
+        thread.detach();
+        return false;
     }
     // Sleeps up to ms unless stopping; false when stopping.
     bool pause(int ms)
@@ -170,10 +209,7 @@ MqttClient::MqttClient(const MqttOptions &options, const QString &clientId, cons
 MqttClient::~MqttClient()
 {
     shared->stopping = true;
-    shared->wake.notify_all();
-    if (shared->thread.joinable())
-        shared->thread.join();
-    if (shared->mosq)
+    if (shared->finish(kJoinMs) && shared->mosq)
         mosquitto_destroy(shared->mosq);
 }
 
@@ -184,7 +220,10 @@ void MqttClient::start()
         return;
     }
     if (!shared->thread.joinable())
-        shared->thread = std::thread([s = shared] { s->run(); });
+        shared->thread = std::thread([s = shared] {
+            s->run();
+            s->end();
+        });
 }
 
 void MqttClient::Shared::run()
@@ -289,7 +328,7 @@ void MqttClient::onPublished(int mid)
 
 bool MqttClient::publish(const MqttMessage &message, int qos)
 {
-    if (current != State::Connected || !shared->mosq)
+    if (current != State::Connected || !shared->mosq || shared->disconnect || shared->stopping)
         return false;
     int mid = 0;
     const int rc =
@@ -315,8 +354,7 @@ void MqttClient::stop(int timeoutMs)
         loop.exec(QEventLoop::ExcludeUserInputEvents);
     }
     shared->disconnect = true;
-    shared->wake.notify_all();
-    shared->thread.join();
+    shared->finish(kJoinMs);
     if (current == State::Connected) {
         current = State::Connecting;
         emit stateChanged(current);
