@@ -241,6 +241,7 @@ void Module::checkSilence()
                 // Probe again: the module's rate has changed.
                 silenceTimer->stop();
                 link->close();
+                queue->portLost();
                 retries = 0;
                 scheduleRetry();
                 return;
