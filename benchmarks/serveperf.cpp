@@ -7,7 +7,8 @@
 //
 //   serve-perf latency   --cli PATH [--viewers N] [--frames F]
 //   serve-perf cpu       --cli PATH [--seconds S]       (service beside orv-cli watch)
-//   serve-perf memory    --cli PATH [--seconds S]       (100 and 1000 viewers, stuck viewer)
+//   serve-perf memory    --cli PATH                   (100 and 1000 viewers)
+//   serve-perf stuck     --cli PATH [--seconds S]     (growth with a stuck viewer)
 //   serve-perf mqtt-latency --cli PATH --broker PORT [--frames F]
 //   serve-perf mqtt-count   --cli PATH --broker PORT [--seconds S]
 //   serve-perf mqtt-cpu     --cli PATH --broker PORT [--seconds S]
@@ -239,6 +240,36 @@ Clock cpuTime(pid_t pid)
     return total;
 }
 
+// CPU time of each thread (name -> nanoseconds; threads of one name summed).
+std::map<std::string, Clock> threadTimes(pid_t pid)
+{
+    std::map<std::string, Clock> out;
+    const std::string dir = "/proc/" + std::to_string(pid) + "/task";
+    DIR *d = opendir(dir.c_str());
+    if (!d)
+        return out;
+    while (dirent *e = readdir(d)) {
+        if (e->d_name[0] == '.')
+            continue;
+        const std::string task = dir + "/" + e->d_name;
+        char name[64] = "?";
+        if (FILE *f = std::fopen((task + "/comm").c_str(), "r")) {
+            if (std::fgets(name, sizeof name, f))
+                name[std::strcspn(name, "\n")] = '\0';
+            std::fclose(f);
+        }
+        if (FILE *f = std::fopen((task + "/schedstat").c_str(), "r")) {
+            long long ns = 0;
+            if (std::fscanf(f, "%lld", &ns) == 1)
+                out[std::string(name) +
+                    (task == dir + "/" + std::to_string(pid) ? " (main)" : "")] += ns;
+            std::fclose(f);
+        }
+    }
+    closedir(d);
+    return out;
+}
+
 long statusField(pid_t pid, const char *field) // kB or count from /proc/PID/status
 {
     FILE *f = std::fopen(("/proc/" + std::to_string(pid) + "/status").c_str(), "r");
@@ -269,9 +300,13 @@ int freePort()
     return ntohs(a.sin_port);
 }
 
-int connectTo(int port, bool blocking)
+// receiveBuffer > 0: a small receive buffer, set before the handshake so the
+// window the viewer offers is small from the start.
+int connectTo(int port, bool blocking, int receiveBuffer = 0)
 {
     const int s = socket(AF_INET, SOCK_STREAM | (blocking ? 0 : SOCK_NONBLOCK), 0);
+    if (receiveBuffer > 0)
+        setsockopt(s, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
     sockaddr_in a{};
     a.sin_family = AF_INET;
     a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -406,13 +441,9 @@ public:
         viewers.reserve(viewers.size() + size_t(n) + 16);
         const std::string r = request("/api/modules/" + id + "/events", port);
         for (int i = 0; i < n; ++i) {
-            const int fd = connectTo(port, true);
+            const int fd = connectTo(port, true, reading ? 0 : 2048);
             if (fd < 0)
                 fail("a viewer could not connect");
-            if (!reading) {
-                int small = 4096;
-                setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
-            }
             if (reading) {
                 int flags = SOF_TIMESTAMPING_RX_SOFTWARE | SOF_TIMESTAMPING_SOFTWARE;
                 setsockopt(fd, SOL_SOCKET, SO_TIMESTAMPING, &flags, sizeof flags);
@@ -656,16 +687,26 @@ int cpu(const Options &o)
         loop.addModule(m.get());
     Reporter rep{&both, o.people, o.rate};
     auto none = [](Viewer &, int, Clock) {};
-    for (int phase : {1, 100}) {
+    for (int phase : {0, 1, 100}) {
         loop.addViewers(s.port, "m0", phase - int(loop.viewers.size()));
         rep.run(loop, now() + 3000000000LL, none); // settle
         long before = 0;
         for (const Viewer &v : loop.viewers)
             before += v.targets;
         const double load0 = loadAverage();
+        const std::map<std::string, Clock> threads0 = threadTimes(s.child.pid);
         const Clock cs0 = cpuTime(s.child.pid), cw0 = cpuTime(watch.pid), w0 = now();
         rep.run(loop, now() + Clock(o.seconds) * 1000000000LL, none);
         const Clock cs1 = cpuTime(s.child.pid), cw1 = cpuTime(watch.pid), w1 = now();
+        std::string split;
+        for (const auto &t : threadTimes(s.child.pid)) {
+            const auto before = threads0.find(t.first);
+            const Clock spent = t.second - (before == threads0.end() ? 0 : before->second);
+            char part[128];
+            std::snprintf(part, sizeof part, "%s%s %.3f %%", split.empty() ? "" : ", ",
+                          t.first.c_str(), 100.0 * spent / (w1 - w0));
+            split += part;
+        }
         long after = 0;
         for (const Viewer &v : loop.viewers)
             after += v.targets;
@@ -673,9 +714,10 @@ int cpu(const Options &o)
         const double watching = 100.0 * (cw1 - cw0) / (w1 - w0);
         std::printf("cpu, %d people at %.0f reports/s, %d s, %d viewer(s): service %.3f %% of a "
                     "core, orv-cli watch %.3f %% (ratio %.2f); viewers got %.1f targets events/s "
-                    "each; load %.1f\n",
+                    "each; service threads: %s; load %.1f\n",
                     o.people, o.rate, o.seconds, phase, service, watching, service / watching,
-                    double(after - before) / phase / ((w1 - w0) / 1e9), load0);
+                    phase ? double(after - before) / phase / ((w1 - w0) / 1e9) : 0.0, split.c_str(),
+                    load0);
         std::fflush(stdout);
     }
     stop(watch);
@@ -706,14 +748,23 @@ int memory(const Options &o)
                 none0, rss100, rss1000, (rss1000 - rss100) / 900.0, statusField(pid, "RssAnon"),
                 statusField(pid, "Threads"));
     std::fflush(stdout);
-    // Back to 100 viewers, then a stuck viewer at all times (a new one each
+    stop(s.child);
+    return 0;
+}
+
+int stuckMemory(const Options &o)
+{
+    std::vector<std::unique_ptr<FakeModule>> modules;
+    modules.push_back(std::make_unique<FakeModule>());
+    Service s = startService(modules, "serve", {});
+    Loop loop;
+    loop.addModule(modules[0].get());
+    Reporter rep(&modules, o.people, o.rate);
+    auto none = [](Viewer &, int, Clock) {};
+    const pid_t pid = s.child.pid;
+    // 100 reading viewers, and a stuck viewer at all times (a new one each
     // time the service closes the last).
-    for (size_t i = 100; i < loop.viewers.size(); ++i)
-        if (!loop.viewers[i].closed) {
-            ::close(loop.viewers[i].fd);
-            loop.viewers[i].closed = true;
-        }
-    rep.run(loop, now() + 5000000000LL, none);
+    loop.addViewers(s.port, "m0", 100);
     auto keepStuck = [&]() {
         if (loop.viewers.back().closed || loop.viewers.back().reading)
             loop.addViewers(s.port, "m0", 1, false);
@@ -933,7 +984,8 @@ int main(int argc, char **argv)
 {
     Options o;
     if (argc < 2)
-        fail("usage: serve-perf latency|cpu|memory|mqtt-latency|mqtt-count|mqtt-cpu --cli PATH "
+        fail("usage: serve-perf latency|cpu|memory|stuck|mqtt-latency|mqtt-count|mqtt-cpu --cli "
+             "PATH "
              "[--viewers N] [--frames F] [--seconds S] [--rate HZ] [--people N] [--broker PORT]");
     o.mode = argv[1];
     for (int i = 2; i + 1 < argc; i += 2) {
@@ -969,6 +1021,8 @@ int main(int argc, char **argv)
         return cpu(o);
     if (o.mode == "memory")
         return memory(o);
+    if (o.mode == "stuck")
+        return stuckMemory(o);
     if (o.mode.rfind("mqtt", 0) == 0 && o.brokerPort <= 0)
         fail("--broker PORT is needed");
     if (o.mode == "mqtt-latency")
