@@ -641,9 +641,13 @@ void TestModule::lostAndReplugged()
     // removed as a replug would. Each new module holds another area 1, as if
     // it had been changed elsewhere while unplugged.
     const QString link = dir.filePath("ttyORV");
-    const auto simArgs = [](int cycle) {
-        return QStringList{"--rate", "10",     "--fixed",
-                           "0.5,2",  "--area", QString("1,0,-%1,3,1,1").arg(cycle % 2 + 1)};
+    // The third module talks at another rate: probed again on its return.
+    const auto rateOf = [](int cycle) { return cycle == 3 ? 115200 : 9600; };
+    const auto simArgs = [&](int cycle) {
+        return QStringList{"--rate",  "10",
+                           "--fixed", "0.5,2",
+                           "--baud",  QString::number(rateOf(cycle)),
+                           "--area",  QString("1,0,-%1,3,1,1").arg(cycle % 2 + 1)};
     };
     SimProcess sim;
     QString pty = sim.start(simArgs(0));
@@ -683,6 +687,7 @@ void TestModule::lostAndReplugged()
             seen << s.at(0).toJsonObject().value("state").toString();
         QVERIFY2(seen.first() == "lost" && seen.last() == "open", qPrintable(seen.join(' ')));
         QCOMPARE(m.reconnects(), qint64(cycle));
+        QCOMPARE(m.status().value("baud").toInt(), rateOf(cycle));
         QCOMPARE(m.status().value("stats").toObject().value("reconnects").toInt(), cycle);
 
         // The areas are read again, and the change seen.
