@@ -222,6 +222,45 @@ private slots:
         QVERIFY(!wrongKind.isConnected());
     }
 
+    void stopWhileConnectHangs()
+    {
+        // A listening socket that never accepts, its queue filled: the next
+        // connect gets no answer (its SYNs are dropped), as with a silent
+        // host.
+        const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+        QVERIFY(listener >= 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        QCOMPARE(::bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+        QCOMPARE(::listen(listener, 0), 0);
+        socklen_t length = sizeof address;
+        QCOMPARE(::getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length), 0);
+        QList<int> fillers;
+        for (int i = 0; i < 4; ++i) {
+            const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+            ::connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address);
+            fillers << fd;
+        }
+        MqttOptions options;
+        options.host = QStringLiteral("127.0.0.1");
+        options.port = ntohs(address.sin_port);
+        auto client = std::make_unique<MqttClient>(options, QStringLiteral("hang"), MqttMessage(),
+                                                   QStringList());
+        QSignalSpy problems(client.get(), &MqttClient::problem);
+        client->start();
+        // The connect is under way and stays so (no answer, no failure).
+        QVERIFY(!problems.wait(1000));
+        QElapsedTimer timer;
+        timer.start();
+        client->stop();
+        client.reset();
+        QVERIFY2(timer.elapsed() < 3000, qPrintable(QString::number(timer.elapsed())));
+        for (int fd : fillers)
+            ::close(fd);
+        ::close(listener);
+    }
+
     void forget()
     {
         TestBroker broker;
