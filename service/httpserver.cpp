@@ -76,7 +76,7 @@ bool ListenAddress::isWildcard() const
     if (address.ss_family == AF_INET)
         return reinterpret_cast<const sockaddr_in *>(&address)->sin_addr.s_addr == INADDR_ANY;
     const in6_addr &v6 = reinterpret_cast<const sockaddr_in6 *>(&address)->sin6_addr;
-    return IN6_IS_ADDR_UNSPECIFIED(&v6);
+    return std::memcmp(&v6, &in6addr_any, sizeof v6) == 0;
 }
 
 QString ListenAddress::hostAndPort(int boundPort) const

@@ -122,28 +122,28 @@ int ServeCommand::run(CliContext &context)
         return runMqttForget(mqtt, mqtt.forgetId);
 
     // The modules.
-    struct PortSpec {
+    struct ServedPort {
         QString id, port;
     };
-    QList<PortSpec> ports;
+    QList<ServedPort> ports;
     QSet<QString> ids, paths;
     const QStringList portValues = parser.values("port");
     if (portValues.isEmpty())
         return context.usageError("--port [ID=]P is required ('orv-cli ports' lists the ports)");
     for (const QString &value : portValues) {
-        PortSpec spec;
+        ServedPort served;
         QString error;
-        if (!parseServePort(value, &spec.id, &spec.port, &error))
+        if (!parseServePort(value, &served.id, &served.port, &error))
             return context.usageError(error);
-        if (ids.contains(spec.id))
+        if (ids.contains(served.id))
             return context.usageError(
                 QString("--port: the id \"%1\" names two modules; give one of them ID=%2")
-                    .arg(spec.id, spec.port));
-        if (paths.contains(spec.port))
-            return context.usageError(QString("--port: %1 is given twice").arg(spec.port));
-        ids.insert(spec.id);
-        paths.insert(spec.port);
-        ports.append(spec);
+                    .arg(served.id, served.port));
+        if (paths.contains(served.port))
+            return context.usageError(QString("--port: %1 is given twice").arg(served.port));
+        ids.insert(served.id);
+        paths.insert(served.port);
+        ports.append(served);
     }
     const QString baud = parser.value("baud").trimmed();
     int baudValue = 0;
@@ -191,8 +191,8 @@ int ServeCommand::run(CliContext &context)
 
     HttpApi api(token);
     QList<Module *> modules;
-    for (const PortSpec &spec : ports) {
-        auto *module = new Module(spec.id, spec.port, baud, &api);
+    for (const ServedPort &served : ports) {
+        auto *module = new Module(served.id, served.port, baud, &api);
         modules.append(module);
         api.addModule(module);
     }

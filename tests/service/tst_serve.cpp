@@ -398,7 +398,8 @@ private slots:
         QElapsedTimer clock;
         clock.start();
         HttpAnswer after;
-        while (clock.elapsed() < 20000) {
+        // Suspended streams notice a closed peer at their next keep-alive (15 s).
+        while (clock.elapsed() < 45000) {
             after = httpRequest(small.port, "GET", "/api/modules", small.bearer());
             if (after.status == 200)
                 break;
