@@ -179,15 +179,21 @@ struct Child {
     pid_t pid = -1;
 };
 
-Child spawn(const std::vector<std::string> &args, const std::string &outFile)
+// outFile gets the child's standard output and error; with pipeOut, its
+// standard output goes to a pipe whose reading end is returned there.
+Child spawn(const std::vector<std::string> &args, const std::string &outFile,
+            int *pipeOut = nullptr)
 {
+    int ends[2] = {-1, -1};
+    if (pipeOut && pipe2(ends, O_CLOEXEC) != 0)
+        fail("pipe");
     Child c;
     c.pid = fork();
     if (c.pid < 0)
         fail("fork");
     if (c.pid == 0) {
         const int out = ::open(outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        dup2(out, 1);
+        dup2(pipeOut ? ends[1] : out, 1);
         dup2(out, 2);
         std::vector<char *> argv;
         for (const std::string &a : args)
@@ -195,6 +201,11 @@ Child spawn(const std::vector<std::string> &args, const std::string &outFile)
         argv.push_back(nullptr);
         execv(argv[0], argv.data());
         _exit(127);
+    }
+    if (pipeOut) {
+        ::close(ends[1]);
+        fcntl(ends[0], F_SETFL, O_NONBLOCK);
+        *pipeOut = ends[0];
     }
     return c;
 }
@@ -410,6 +421,7 @@ struct Viewer {
     bool closed = false;
     long targets = 0;
     Clock kernelTime = 0; // when the kernel took in the bytes last read
+    bool pipe = false;    // the standard output of orv-cli watch, not a stream
 };
 
 // The event loop: the modules' masters and the viewers' sockets in one epoll
@@ -461,6 +473,19 @@ public:
         }
     }
 
+    // Lines of orv-cli watch's standard output, read as a viewer's.
+    void addPipe(int fd)
+    {
+        Viewer v;
+        v.fd = fd;
+        v.pipe = true;
+        viewers.push_back(std::move(v));
+        epoll_event e{};
+        e.events = EPOLLIN;
+        e.data.u64 = quint64(viewers.size() - 1) << 1;
+        epoll_ctl(ep, EPOLL_CTL_ADD, fd, &e);
+    }
+
     // Serves everything until deadline. onTargets(viewer, seq, time) for each
     // targets event a viewer gets.
     template <typename F> void runUntil(Clock deadline, F onTargets)
@@ -507,7 +532,7 @@ private:
             msg.msg_iovlen = 1;
             msg.msg_control = control;
             msg.msg_controllen = sizeof control;
-            const ssize_t n = ::recvmsg(v.fd, &msg, 0);
+            const ssize_t n = v.pipe ? ::read(v.fd, chunk, sizeof chunk) : ::recvmsg(v.fd, &msg, 0);
             for (cmsghdr *c = CMSG_FIRSTHDR(&msg); n > 0 && c; c = CMSG_NXTHDR(&msg, c))
                 if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SCM_TIMESTAMPING) {
                     scm_timestamping ts;
@@ -528,7 +553,8 @@ private:
         while ((end = v.buffer.find('\n', start)) != std::string::npos) {
             v.buffer[end] = '\0';
             const char *line = v.buffer.c_str() + start;
-            if (std::strncmp(line, "data:", 5) == 0 && std::strstr(line, "\"kind\":\"targets\"")) {
+            if ((v.pipe || std::strncmp(line, "data:", 5) == 0) &&
+                std::strstr(line, "\"kind\":\"targets\"")) {
                 ++v.targets;
                 onTargets(v, seqOfRecord(line), arrival);
             }
@@ -584,7 +610,8 @@ struct Reporter {
     int people;
     double rate;
     int seq = 0;
-    std::map<int, Clock> written;
+    std::map<int, Clock> written;      // by seq: the first module's frame
+    std::map<int, Clock> writtenOther; // and the second's (orv-cli watch's)
 
     template <typename F> void run(Loop &loop, Clock until, F onTargets, bool numbered = true)
     {
@@ -597,13 +624,16 @@ struct Reporter {
             const QByteArray frame =
                 numbered ? numberedReport(seq % 20000, people) : numberedReport(0, people);
             const QByteArray areas = areaFrame(false);
-            Clock t = 0;
-            for (auto &m : *modules) {
-                t = m->write(frame);
+            std::vector<Clock> t;
+            for (auto &m : *modules)
+                t.push_back(m->write(frame));
+            for (auto &m : *modules)
                 m->write(areas);
+            if (numbered) {
+                written[seq % 20000] = t[0];
+                if (t.size() > 1)
+                    writtenOther[seq % 20000] = t[1];
             }
-            if (numbered)
-                written[seq % 20000] = t;
             ++seq;
             next += period;
         }
@@ -622,23 +652,39 @@ void raiseFileLimit()
 
 int latency(const Options &o)
 {
+    // The service on one module; orv-cli watch, the reference, on another
+    // that gets the same frames at the same moment.
+    std::vector<std::unique_ptr<FakeModule>> served, watched;
+    served.push_back(std::make_unique<FakeModule>());
+    watched.push_back(std::make_unique<FakeModule>());
+    Service s = startService(served, "serve", {"--max-connections", "4096"});
+    int watchOut = -1;
+    Child watch = spawn(
+        {g_cli, "watch", "--port", watched[0]->slavePath, "--baud", "115200", "--format", "jsonl"},
+        g_tmp + "/watch.log", &watchOut);
     std::vector<std::unique_ptr<FakeModule>> modules;
-    modules.push_back(std::make_unique<FakeModule>());
-    Service s = startService(modules, "serve", {"--max-connections", "4096"});
+    modules.push_back(std::move(served[0]));
+    modules.push_back(std::move(watched[0]));
     Loop loop;
-    loop.addModule(modules[0].get());
+    for (auto &m : modules)
+        loop.addModule(m.get());
     loop.addViewers(s.port, "m0", o.viewers);
-    Reporter rep{&modules, o.people, o.rate};
-    std::vector<double> samples;
+    loop.addPipe(watchOut);
+    Reporter rep(&modules, o.people, o.rate);
+    std::vector<double> samples, kernelSamples, watchSamples;
     samples.reserve(size_t(o.viewers) * size_t(o.frames));
     bool measuring = false;
-    std::vector<double> kernelSamples;
     auto onTargets = [&](Viewer &v, int seq, Clock arrival) {
         if (!measuring)
             return;
-        auto it = rep.written.find(seq);
-        if (it == rep.written.end())
+        const std::map<int, Clock> &written = v.pipe ? rep.writtenOther : rep.written;
+        auto it = written.find(seq);
+        if (it == written.end())
             return;
+        if (v.pipe) {
+            watchSamples.push_back((arrival - it->second) / 1e6);
+            return;
+        }
         samples.push_back((arrival - it->second) / 1e6);
         if (v.kernelTime > 0)
             kernelSamples.push_back((v.kernelTime - it->second) / 1e6);
@@ -646,26 +692,30 @@ int latency(const Options &o)
     // Warm-up: every viewer has its first events (and the service settled).
     rep.run(loop, now() + 2000000000LL, onTargets);
     rep.written.clear();
+    rep.writtenOther.clear();
     measuring = true;
     const double load0 = loadAverage();
     const Clock c0 = cpuTime(s.child.pid), w0 = now();
     rep.run(loop, now() + Clock(o.frames / o.rate * 1e9), onTargets);
     const Clock c1 = cpuTime(s.child.pid), w1 = now();
     // The last frames' events still on their way.
-    measuring = true;
     loop.runUntil(now() + 300000000LL, onTargets);
     const long expected = long(rep.written.size()) * o.viewers;
     int open = 0;
     for (const Viewer &v : loop.viewers)
-        open += !v.closed;
+        open += !v.closed && !v.pipe;
     std::printf("latency, %d viewer(s), %d people at %.0f reports/s, %zu frames: p50 %.3f ms, "
                 "p99 %.3f ms, max %.3f ms; at the viewers' sockets (kernel receive time): p50 "
-                "%.3f ms, p99 %.3f ms; %zu of %ld events (%d viewers still open); "
-                "service CPU %.2f %% of a core; threads %ld; load %.1f\n",
+                "%.3f ms, p99 %.3f ms; %zu of %ld events (%d viewers still open); reference "
+                "orv-cli watch (frame to its jsonl line, same frames): p50 %.3f ms, p99 %.3f ms, "
+                "max %.3f ms (%zu lines); service CPU %.2f %% of a core; threads %ld; load %.1f\n",
                 o.viewers, o.people, o.rate, rep.written.size(), percentile(samples, 50),
                 percentile(samples, 99), percentile(samples, 100), percentile(kernelSamples, 50),
                 percentile(kernelSamples, 99), samples.size(), expected, open,
-                100.0 * (c1 - c0) / (w1 - w0), statusField(s.child.pid, "Threads"), load0);
+                percentile(watchSamples, 50), percentile(watchSamples, 99),
+                percentile(watchSamples, 100), watchSamples.size(), 100.0 * (c1 - c0) / (w1 - w0),
+                statusField(s.child.pid, "Threads"), load0);
+    stop(watch);
     stop(s.child);
     return 0;
 }
