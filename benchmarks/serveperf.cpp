@@ -420,8 +420,9 @@ struct Viewer {
     bool reading = true; // false: a stuck viewer, never read
     bool closed = false;
     long targets = 0;
-    Clock kernelTime = 0; // when the kernel took in the bytes last read
-    bool pipe = false;    // the standard output of orv-cli watch, not a stream
+    Clock kernelTime = 0;          // when the kernel took in the bytes last read
+    bool pipe = false;             // the standard output of orv-cli watch, not a stream
+    std::vector<Clock> areasTimes; // arrival of each areas record (pipes only)
 };
 
 // The event loop: the modules' masters and the viewers' sockets in one epoll
@@ -557,6 +558,8 @@ private:
                 std::strstr(line, "\"kind\":\"targets\"")) {
                 ++v.targets;
                 onTargets(v, seqOfRecord(line), arrival);
+            } else if (v.pipe && std::strstr(line, "\"kind\":\"areas\"")) {
+                v.areasTimes.push_back(arrival);
             }
             start = end + 1;
         }
@@ -902,47 +905,54 @@ std::vector<std::string> mqttArgs(const Options &o)
             "perf" + std::to_string(getpid())};
 }
 
-// Serves the modules' requests for a while without reports.
-void idle(std::vector<std::unique_ptr<FakeModule>> &modules, Clock ns)
-{
-    const Clock end = now() + ns;
-    while (now() < end) {
-        for (auto &m : modules)
-            m->pump();
-        usleep(5000);
-    }
-}
-
 int mqttLatency(const Options &o)
 {
-    std::vector<std::unique_ptr<FakeModule>> modules;
-    modules.push_back(std::make_unique<FakeModule>());
-    modules[0]->sim.presetArea(1, 0, QRectF(QPointF(-1, 1), QPointF(1, 3)));
+    // The service with --mqtt on one module; orv-cli watch, the reference,
+    // on another that gets the same frames at the same moment.
+    std::vector<std::unique_ptr<FakeModule>> served, watched;
+    served.push_back(std::make_unique<FakeModule>());
+    watched.push_back(std::make_unique<FakeModule>());
+    served[0]->sim.presetArea(1, 0, QRectF(QPointF(-1, 1), QPointF(1, 3)));
     Subscriber sub(o.brokerPort, "orv/m0/area/1/occupancy");
-    Service s = startService(modules, "serve-mqtt", mqttArgs(o));
+    Service s = startService(served, "serve-mqtt", mqttArgs(o));
+    int watchOut = -1;
+    Child watch = spawn(
+        {g_cli, "watch", "--port", watched[0]->slavePath, "--baud", "115200", "--format", "jsonl"},
+        g_tmp + "/watch.log", &watchOut);
+    std::vector<std::unique_ptr<FakeModule>> modules;
+    modules.push_back(std::move(served[0]));
+    modules.push_back(std::move(watched[0]));
+    Loop loop;
+    for (auto &m : modules)
+        loop.addModule(m.get());
+    loop.addPipe(watchOut);
+    Viewer &watchLines = loop.viewers.back();
+    auto none = [](Viewer &, int, Clock) {};
     // Area 1 empty, then wait for the broker's state to settle.
-    modules[0]->write(areaFrame(false));
-    idle(modules, 3000000000LL);
+    for (auto &m : modules)
+        m->write(areaFrame(false));
+    loop.runUntil(now() + 3000000000LL, none);
     sub.take();
-    std::vector<Clock> written;
+    watchLines.areasTimes.clear();
+    std::vector<Clock> written, writtenOther;
     const Clock period = Clock(1e9 / o.rate);
     Clock next = now();
     for (int k = 0; k < o.frames; ++k) {
-        while (now() < next) {
-            modules[0]->pump();
-            usleep(500);
-        }
+        loop.runUntil(next, none);
         const bool occupied = k % 2 == 0;
         QVector<QPointF> people;
         if (occupied)
             people.append(QPointF(0, 2)); // inside area 1
-        modules[0]->write(modules[0]->sim.targetReport(people));
+        const QByteArray report = modules[0]->sim.targetReport(people);
+        for (auto &m : modules)
+            m->write(report);
         written.push_back(modules[0]->write(areaFrame(occupied)));
+        writtenOther.push_back(modules[1]->write(areaFrame(occupied)));
         next += period;
     }
-    idle(modules, 500000000LL);
+    loop.runUntil(now() + 500000000LL, none);
     const std::vector<Subscriber::Message> got = sub.take();
-    std::vector<double> samples;
+    std::vector<double> samples, watchSamples;
     size_t k = 0;
     int wrong = 0;
     for (const Subscriber::Message &m : got) {
@@ -955,10 +965,16 @@ int mqttLatency(const Options &o)
         samples.push_back((m.time - written[k]) / 1e6);
         ++k;
     }
+    for (size_t i = 0; i < watchLines.areasTimes.size() && i < writtenOther.size(); ++i)
+        watchSamples.push_back((watchLines.areasTimes[i] - writtenOther[i]) / 1e6);
     std::printf("mqtt occupancy latency, %zu changes at %.0f/s: p50 %.3f ms, p99 %.3f ms, max "
-                "%.3f ms; %zu messages, %d out of order; load %.1f\n",
+                "%.3f ms; %zu messages, %d out of order; reference orv-cli watch (code-8 frame to "
+                "its jsonl line): p50 %.3f ms, p99 %.3f ms, max %.3f ms (%zu lines); load %.1f\n",
                 written.size(), o.rate, percentile(samples, 50), percentile(samples, 99),
-                percentile(samples, 100), got.size(), wrong, loadAverage());
+                percentile(samples, 100), got.size(), wrong, percentile(watchSamples, 50),
+                percentile(watchSamples, 99), percentile(watchSamples, 100), watchSamples.size(),
+                loadAverage());
+    stop(watch);
     stop(s.child);
     return 0;
 }
