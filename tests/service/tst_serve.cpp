@@ -446,6 +446,68 @@ private slots:
         CHECK_ERROR(send("DELETE", "/api/modules/" + id + "/areas", {}), 503);
     }
 
+    void commandLineMistakes_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("message");
+        const QString token = dir.path() + "/token";
+        QTest::newRow("no port") << QStringList{"--token-file", token} << 2 << "--port";
+        QTest::newRow("bad id") << QStringList{"--port", "a b=/dev/null", "--token-file", token}
+                                << 2 << "not an id";
+        QTest::newRow("same id twice")
+            << QStringList{"--port", "a=/dev/null", "--port", "a=/dev/zero", "--token-file", token}
+            << 2 << "names two modules";
+        QTest::newRow("same port twice")
+            << QStringList{"--port", "/dev/null", "--port", "b=/dev/null", "--token-file", token}
+            << 2 << "given twice";
+        QTest::newRow("bad listen")
+            << QStringList{"--port", "/dev/null", "--listen", "localhost:1", "--token-file", token}
+            << 2 << "not an IP address";
+        QTest::newRow("listen none without mqtt")
+            << QStringList{"--port", "/dev/null", "--listen", "none", "--token-file", token} << 2
+            << "--mqtt";
+        QTest::newRow("bad baud") << QStringList{"--port", "/dev/null",    "--baud",
+                                                 "fast",   "--token-file", token}
+                                  << 2 << "--baud";
+        QTest::newRow("bad limit")
+            << QStringList{"--port", "/dev/null", "--max-connections", "0", "--token-file", token}
+            << 2 << "--max-connections";
+        QTest::newRow("address in use")
+            << QStringList{"--port",       "/dev/null",
+                           "--listen",     QString("127.0.0.1:%1").arg(serve.port),
+                           "--token-file", token}
+            << 3 << "cannot listen";
+    }
+    void commandLineMistakes()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(int, code);
+        QFETCH(QString, message);
+        QProcess p;
+        p.start(QStringLiteral(ORV_CLI_BIN), QStringList{"serve"} + args);
+        QVERIFY(p.waitForFinished(10000));
+        const QString err = QString::fromUtf8(p.readAllStandardError());
+        QCOMPARE(p.exitCode(), code);
+        QVERIFY2(err.contains(message), qPrintable(err));
+        QVERIFY(!p.readAllStandardOutput().contains("http://"));
+    }
+
+    void unusableTokenFile()
+    {
+        const QString path = dir.path() + "/bad-token";
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("x\n");
+        f.close();
+        QProcess p;
+        p.start(QStringLiteral(ORV_CLI_BIN),
+                {"serve", "--port", "/dev/null", "--listen", "127.0.0.1:0", "--token-file", path});
+        QVERIFY(p.waitForFinished(10000));
+        QCOMPARE(p.exitCode(), 2);
+        QVERIFY(QString::fromUtf8(p.readAllStandardError()).contains("no usable token"));
+    }
+
     void sigtermEndsStreamsAndExitsZero()
     {
         EventReader viewer;
