@@ -137,12 +137,14 @@ void EventHub::publish(EventKind kind, const QByteArray &json)
 
 std::shared_ptr<EventViewer> EventHub::addViewer(const QByteArray &initial, double rateHz,
                                                  EventViewer::Wake wake, qint64 nowMs,
-                                                 EventViewer::Abort abort)
+                                                 EventViewer::Abort abort,
+                                                 EventViewer::PeerGone peerGone)
 {
     auto viewer = std::make_shared<EventViewer>();
     viewer->hub = this;
     viewer->wake = std::move(wake);
     viewer->abort = std::move(abort);
+    viewer->peerGone = std::move(peerGone);
     viewer->lastCaughtUpMs = nowMs;
     viewer->minIntervalMs = rateHz > 0 ? 1000.0 / rateHz : 0.0;
     viewer->pending = initial;
@@ -177,7 +179,9 @@ void EventHub::keepAlive(qint64 nowMs, qint64 idleMs, qint64 stuckMs)
                 v->aborted = true;
                 v->abort();
             }
-            if (v->keepAliveDue || nowMs - v->lastSentMs < idleMs)
+            const bool gone =
+                v->wait == EventViewer::Wait::Suspended && v->peerGone && v->peerGone();
+            if (v->keepAliveDue || (nowMs - v->lastSentMs < idleMs && !gone))
                 continue;
             v->keepAliveDue = true;
             if (v->wait == EventViewer::Wait::Suspended) {

@@ -40,6 +40,9 @@ public:
     using Wake = std::function<void()>;
     // Closes the viewer's connection (from the publishing thread).
     using Abort = std::function<void()>;
+    // True when the viewer's peer has closed its end (from the publishing
+    // thread, without reading anything).
+    using PeerGone = std::function<bool()>;
 
     // The next bytes for the socket, at most max of them, into buffer. Returns
     // the count, 0 when there is nothing now (the caller then suspends the
@@ -58,6 +61,7 @@ private:
     EventHub *hub = nullptr;
     Wake wake;
     Abort abort;
+    PeerGone peerGone;
     bool aborted = false;
     qint64 lastCaughtUpMs = 0; // when it last had everything published
     double minIntervalMs = 0;  // from ?rate=HZ on targets events
@@ -88,13 +92,15 @@ public:
     // thread) when it waits for data and some arrives.
     std::shared_ptr<EventViewer> addViewer(const QByteArray &initial, double rateHz,
                                            EventViewer::Wake wake, qint64 nowMs,
-                                           EventViewer::Abort abort = nullptr);
+                                           EventViewer::Abort abort = nullptr,
+                                           EventViewer::PeerGone peerGone = nullptr);
     // The viewer's connection has closed; no more wakes for it. Events it
     // never got count as dropped.
     void removeViewer(const std::shared_ptr<EventViewer> &viewer);
 
     // Main thread, every second or so: viewers that were sent nothing for
-    // idleMs get a comment line; viewers that have not caught up for stuckMs
+    // idleMs get a comment line, and so do waiting viewers whose peer has
+    // gone (sending is how the connection finds out); viewers that have not caught up for stuckMs
     // are closed (0: never).
     void keepAlive(qint64 nowMs, qint64 idleMs, qint64 stuckMs = 0);
     // Ends every stream (the service stops); viewers waiting are woken.

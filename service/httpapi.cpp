@@ -456,7 +456,8 @@ void HttpApi::events(Served &served, const HttpRequest &request, const HttpReply
     HttpResponse r;
     r.status = 200;
     r.hub = served.hub.get();
-    r.viewer = served.hub->addViewer(initial, rate, request.wake,
-                                     QDateTime::currentMSecsSinceEpoch(), request.abort);
+    r.viewer =
+        served.hub->addViewer(initial, rate, request.wake, QDateTime::currentMSecsSinceEpoch(),
+                              request.abort, request.peerGone);
     reply(r);
 }

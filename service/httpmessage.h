@@ -30,6 +30,8 @@ struct HttpRequest {
     // Closes the connection from outside (a stream whose viewer is stuck);
     // valid while the request lasts.
     std::function<void()> abort;
+    // True when the peer has closed the connection (looks, reads nothing).
+    std::function<bool()> peerGone;
 
     QByteArray header(const QByteArray &lowerName) const { return headers.value(lowerName); }
 };

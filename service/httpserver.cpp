@@ -9,6 +9,7 @@
 #include <QThread>
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstring>
 #include <microhttpd.h>
 #include <netinet/in.h>
@@ -227,6 +228,14 @@ struct HttpServerCallbacks {
                 const linger reset{1, 0};
                 ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
                 ::shutdown(fd, SHUT_RDWR);
+            };
+            // A suspended connection does not see its peer leave; the hub
+            // looks now and then.
+            r.peerGone = [fd] {
+                char byte;
+                const ssize_t n = ::recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+                return n == 0 ||
+                       (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR);
             };
             if (server->stopping.load())
                 return queue(connection, HttpResponse::error(503, "the service is stopping"), true);

@@ -282,6 +282,25 @@ private slots:
         QCOMPARE(quietAborts, 0);
     }
 
+    void waitingViewerWhosePeerLeftIsWoken()
+    {
+        EventHub hub(8);
+        int wakes = 0;
+        bool gone = false;
+        auto v = hub.addViewer(
+            QByteArray(), 0, [&] { ++wakes; }, 0, nullptr, [&] { return gone; });
+        char buffer[64];
+        QCOMPARE(v->read(buffer, sizeof buffer, 0), 0L);
+        QVERIFY(!v->suspended());
+        hub.keepAlive(1000, 15000);
+        QCOMPARE(wakes, 0);
+        gone = true;
+        hub.keepAlive(2000, 15000);
+        QCOMPARE(wakes, 1);
+        // It is sent something, so that its connection finds out.
+        QCOMPARE(drain(*v, 2000), QByteArray(": keep-alive\n\n"));
+    }
+
     void metricsText()
     {
         ModuleMetrics m;
