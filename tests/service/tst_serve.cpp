@@ -447,6 +447,39 @@ private slots:
         CHECK_ERROR(send("DELETE", "/api/modules/" + id + "/areas", {}), 503);
     }
 
+    void secondListenAddressOnIpv6()
+    {
+        ServeProcess two;
+        QVERIFY2(
+            two.start({"--port", "x=" + QDir::tempPath() + "/orv-none", "--token-file",
+                       dir.path() + "/token", "--listen", "127.0.0.1:0", "--listen", "[::1]:0"}),
+            qPrintable(two.line + two.errors()));
+        QElapsedTimer clock;
+        clock.start();
+        while (!two.process.canReadLine() && clock.elapsed() < 10000)
+            two.process.waitForReadyRead(50);
+        const QString second = QString::fromUtf8(two.process.readLine()).trimmed();
+        const QRegularExpressionMatch m =
+            QRegularExpression(R"(^orv-cli serve: http://\[::1\]:(\d+)/\?token=(\S+)$)")
+                .match(second);
+        QVERIFY2(m.hasMatch(), qPrintable(second));
+        QCOMPARE(m.captured(2).toLatin1(), two.token);
+        const int port = m.captured(1).toInt();
+        const QByteArray host = "[::1]:" + QByteArray::number(port);
+        const HttpAnswer list = httpRequest(
+            port, "GET", "/api/modules", two.bearer() + Headers{{"Host", host}}, {}, 10000, "::1");
+        QCOMPARE(list.status, 200);
+        QCOMPARE(QJsonDocument::fromJson(list.body).array().size(), 1);
+        CHECK_ERROR(httpRequest(port, "GET", "/api/modules",
+                                two.bearer() + Headers{{"Host", "evil.example"}}, {}, 10000, "::1"),
+                    403);
+        const HttpAnswer head =
+            httpRequest(port, "HEAD", "/api/modules/x", two.bearer() + Headers{{"Host", host}}, {},
+                        10000, "::1");
+        QCOMPARE(head.status, 200);
+        QVERIFY(head.body.isEmpty());
+    }
+
     void commandLineMistakes_data()
     {
         QTest::addColumn<QStringList>("args");

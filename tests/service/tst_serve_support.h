@@ -104,11 +104,12 @@ inline int parseHead(const QByteArray &data, HttpAnswer *answer)
 // One request on a new connection, read until the server closes it.
 inline HttpAnswer httpRequest(int port, const QByteArray &method, const QByteArray &path,
                               const Headers &headers = {}, const QByteArray &body = {},
-                              int timeoutMs = 10000)
+                              int timeoutMs = 10000,
+                              const QString &address = QStringLiteral("127.0.0.1"))
 {
     HttpAnswer answer;
     QTcpSocket socket;
-    socket.connectToHost(QStringLiteral("127.0.0.1"), quint16(port));
+    socket.connectToHost(address, quint16(port));
     if (!socket.waitForConnected(timeoutMs))
         return answer;
     socket.write(requestText(method, path, port, headers, body, true));
