@@ -105,8 +105,8 @@ code{background:#eee;padding:0 .2em}</style></head>
 <p>This service shows and configures radar modules; it opens only with its access token.</p>
 <p>Open the link that <code>orv-cli serve</code> printed when it started (it ends in
 <code>/?token=...</code>), or add <code>?token=TOKEN</code> to this address. The token is kept in
-the service's token file: by default <code>~/.local/state/orv-tool/serve-token</code>, or
-<code>/var/lib/orv-serve-PORT/serve-token</code> for the system service.</p>
+the service's token file: by default <code>~/.local/state/orv-tool/serve-token</code> of the user
+who started it, or <code>serve-token</code> in the state directory of the system service.</p>
 <p>需要访问令牌：请打开 <code>orv-cli serve</code> 启动时打印的链接（以 <code>/?token=...</code> 结尾）。</p>
 </body></html>
 )";
