@@ -21,6 +21,20 @@
 #error "ORV_CLI_BIN must name the orv-cli executable"
 #endif
 
+// The memory bounds are the service's own; under the sanitizers its memory is
+// theirs (shadow, quarantine), so they are left out there.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kSanitized = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+#else
+constexpr bool kSanitized = false;
+#endif
+
 using Headers = QList<QPair<QByteArray, QByteArray>>;
 
 struct HttpAnswer {
