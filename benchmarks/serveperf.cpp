@@ -815,12 +815,17 @@ int stuckMemory(const Options &o)
     Reporter rep(&modules, o.people, o.rate);
     auto none = [](Viewer &, int, Clock) {};
     const pid_t pid = s.child.pid;
-    // 100 reading viewers, and a stuck viewer at all times (a new one each
-    // time the service closes the last).
+    // 100 reading viewers, and a new stuck viewer every 30 s (each stays
+    // connected on this side and never reads).
     loop.addViewers(s.port, "m0", 100);
+    int stuckOpened = 0;
+    Clock nextStuck = 0;
     auto keepStuck = [&]() {
-        if (loop.viewers.back().closed || loop.viewers.back().reading)
-            loop.addViewers(s.port, "m0", 1, false);
+        if (now() < nextStuck)
+            return;
+        loop.addViewers(s.port, "m0", 1, false);
+        ++stuckOpened;
+        nextStuck = now() + 30000000000LL;
     };
     keepStuck();
     // The first minute fills what is filled once (buffers, allocator pools).
@@ -838,11 +843,42 @@ int stuckMemory(const Options &o)
         peak = std::max(peak, statusField(pid, "VmRSS"));
     }
     const long last = statusField(pid, "VmRSS");
-    std::printf("memory, stuck viewer, %d s after a minute's warm-up, 100 reading viewers: RSS "
-                "%ld -> %ld kB (peak %ld), growth %ld kB, %.0f kB per 10 minutes at that pace; "
-                "stuck viewers closed by the service: %d\n",
+    // What the service says of its viewers, its open sockets, and the
+    // system's orphaned TCP sockets (closed by their owner, data unsent).
+    const std::string metrics = httpGet(s.port, "/metrics");
+    auto metric = [&](const char *name) {
+        const size_t at = metrics.find(std::string("\n") + name + "{");
+        return at == std::string::npos ? -1L
+                                       : std::atol(metrics.c_str() + metrics.find('}', at) + 1);
+    };
+    int sockets = 0;
+    const std::string fdDir = "/proc/" + std::to_string(pid) + "/fd";
+    if (DIR *d = opendir(fdDir.c_str())) {
+        while (dirent *e = readdir(d)) {
+            char target[64] = {};
+            if (readlink((fdDir + "/" + e->d_name).c_str(), target, sizeof target - 1) > 0 &&
+                std::strncmp(target, "socket:", 7) == 0)
+                ++sockets;
+        }
+        closedir(d);
+    }
+    long orphans = -1;
+    if (FILE *f = std::fopen("/proc/net/sockstat", "r")) {
+        char line[256];
+        while (std::fgets(line, sizeof line, f))
+            if (const char *o = std::strstr(line, "orphan "))
+                if (std::strncmp(line, "TCP:", 4) == 0)
+                    orphans = std::atol(o + 7);
+        std::fclose(f);
+    }
+    std::printf("memory, stuck viewers, %d s after a minute's warm-up, 100 reading viewers and a "
+                "new stuck viewer every 30 s: RSS %ld -> %ld kB (peak %ld), growth %ld kB, %.0f "
+                "kB per 10 minutes at that pace; %d stuck viewers opened, %d saw the connection "
+                "end; the service counts %ld viewers, %ld dropped events, holds %d sockets; "
+                "orphaned TCP sockets on the system: %ld\n",
                 o.seconds, start, last, peak, last - start, (last - start) * 600.0 / o.seconds,
-                loop.stuckClosed);
+                stuckOpened, loop.stuckClosed, metric("orv_viewers"),
+                metric("orv_dropped_events_total"), sockets, orphans);
     stop(s.child);
     return 0;
 }
