@@ -4,6 +4,9 @@
 #include "cli/cliapp.h"
 #include "cli/interrupt.h"
 #include "render/rendercommand.h"
+#ifdef ORV_HAVE_SERVE
+#include "service/servecommand.h"
+#endif
 
 #include <QCoreApplication>
 
@@ -15,5 +18,8 @@ int main(int argc, char *argv[])
     CliApp cli;
     registerBuiltinCommands(cli);
     registerSessionCommands(cli);
+#ifdef ORV_HAVE_SERVE
+    registerServeCommand(cli);
+#endif
     return cli.run(QCoreApplication::arguments().mid(1));
 }
