@@ -92,8 +92,8 @@ public:
                           "N|auto",
                           "auto"});
         parser.addOption({"listen",
-                          "The address and port to serve on (default 127.0.0.1:7318); "
-                          "repeat for more. [ADDR]:PORT for IPv6.",
+                          "Where to serve: an address and port, [ADDR]:PORT for IPv6 "
+                          "(default 127.0.0.1:7318); repeat for more.",
                           "ADDR:PORT"});
         parser.addOption(
             {"token-file", "Where the access token is kept (made on first start).", "F"});
