@@ -6,7 +6,8 @@
 #include <QByteArray>
 #include <QString>
 
-namespace WebAssets {
+namespace WebAssets
+{
 
 // The file at path ("index.html", "js/plane.js"), or a null QByteArray when
 // there is none; *contentType gets its MIME type ("text/html; charset=utf-8").
