@@ -376,7 +376,17 @@ QJsonObject Module::status() const
     if (!lastWhy.isEmpty() && current != State::Open)
         o["why"] = lastWhy;
     o["stats"] = counts->toJson(link->totals(), QDateTime::currentMSecsSinceEpoch());
+    if (!mqttState.isEmpty())
+        o["mqtt"] = mqttState;
     return o;
+}
+
+void Module::setMqttState(const QString &state)
+{
+    if (state == mqttState)
+        return;
+    mqttState = state;
+    emit statusChanged(status());
 }
 
 QJsonObject Module::areaFile() const

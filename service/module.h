@@ -86,6 +86,10 @@ public:
     // {"id","port","baud","state","since","display","areas",
     //  "stats":{"frames","badSums","strayBytes","reportsPerSecond","reconnects"}}
     QJsonObject status() const;
+    // The state of the module's MQTT connection ("connected", "connecting",
+    // "refused"), carried in status() as "mqtt" once set; a change is a
+    // status change.
+    void setMqttState(const QString &state);
     // Exactly what `orv-cli areas backup` writes for this module; empty
     // before the first read.
     QJsonObject areaFile() const;
@@ -166,6 +170,7 @@ private:
     QString lastWhy; // why the last opening failed
     int currentBaud = 0;
     bool everOpen = false;
+    QString mqttState;
     int retries = 0;
 
     ModuleLink *link = nullptr;

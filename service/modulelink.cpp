@@ -35,6 +35,8 @@ ModuleSession::OpenFailure ModuleLink::open(const QString &portName, int rate, Q
     port.setParity(QSerialPort::NoParity);
     port.setStopBits(QSerialPort::OneStop);
     port.setFlowControl(QSerialPort::NoFlowControl);
+    // Taken before opening: the port reports errors from inside open().
+    openedDevice = QFileInfo(ModuleSession::devicePath(name)).canonicalFilePath();
     if (port.open(QIODevice::ReadWrite)) {
         port.setDataTerminalReady(true);
         baud = rate;
@@ -125,16 +127,24 @@ void ModuleLink::onError(QSerialPort::SerialPortError error)
     }
     // A pseudo-terminal whose other side has closed reads as an error each
     // time: a device that is gone is lost, anything else is passed over.
-    if (!QFileInfo::exists(ModuleSession::devicePath(name))) {
+    if (!deviceStillThere()) {
         goneAway();
         return;
     }
     port.clearError();
 }
 
+bool ModuleLink::deviceStillThere() const
+{
+    // A path that now leads to another device (a link replaced by a module
+    // plugged in again) means that the one opened has gone.
+    const QString device = QFileInfo(ModuleSession::devicePath(name)).canonicalFilePath();
+    return !device.isEmpty() && device == openedDevice;
+}
+
 void ModuleLink::checkDevice()
 {
-    if (port.isOpen() && !QFileInfo::exists(ModuleSession::devicePath(name)))
+    if (port.isOpen() && !deviceStillThere())
         goneAway();
 }
 

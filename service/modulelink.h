@@ -47,10 +47,12 @@ private:
     void readAvailable();
     void onError(QSerialPort::SerialPortError error);
     void checkDevice();
+    bool deviceStillThere() const;
     void goneAway();
 
     QSerialPort port;
     QString name;
+    QString openedDevice; // where the port's path led when it was opened
     int baud = 0;
     FrameDecoder decoder;
     FrameStreamStats earlier; // counts of the decoder before its last reset

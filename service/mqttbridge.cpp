@@ -53,8 +53,10 @@ MqttBridge::MqttBridge(Module *module, const MqttOptions &options, QObject *pare
     connect(client, &MqttClient::messageReceived, this, &MqttBridge::handleMessage);
     connect(client, &MqttClient::problem, this, &MqttBridge::problem);
     connect(client, &MqttClient::stateChanged, this, [this](MqttClient::State state) {
+        this->module->setMqttState(MqttClient::stateName(state));
         emit connectionStateChanged(MqttClient::stateName(state));
     });
+    module->setMqttState(connectionState());
 
     topics.status(module->status());
     topics.config(module->areaFile());

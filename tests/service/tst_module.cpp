@@ -185,6 +185,7 @@ private slots:
     void silentModuleAndTimeout();
     void busyPortIsRetried();
     void lostAndReplugged();
+    void repluggedBeforeTheLossIsSeen();
     void destroyedWithWritesWaiting();
     void probeFindsNoRate();
     void lostDuringAWrite();
@@ -708,6 +709,46 @@ void TestModule::lostAndReplugged()
         else if (cycle > 2)
             QCOMPARE(now, descriptors);
     }
+}
+
+void TestModule::repluggedBeforeTheLossIsSeen()
+{
+    // The link is replaced by another module's at once, before the device
+    // check could see the path go: the module opened is gone all the same,
+    // and the new one is opened.
+    const QString link = dir.filePath("ttyQuick");
+    SimProcess sim;
+    QString pty = sim.start({"--rate", "10", "--fixed", "0.5,2"});
+    QVERIFY(!pty.isEmpty());
+    QVERIFY(QFile::link(pty, link));
+    Module m("q", link, "auto");
+    QSignalSpy status(&m, &Module::statusChanged);
+    m.start();
+    QTRY_COMPARE_WITH_TIMEOUT(m.state(), Module::State::Open, kOpenMs);
+
+    status.clear();
+    SimProcess next;
+    const QString nextPty = next.start({"--rate", "10", "--fixed", "-1,3"});
+    QVERIFY(!nextPty.isEmpty());
+    QVERIFY(QFile::remove(link));
+    QVERIFY(QFile::link(nextPty, link));
+    sim.stop();
+
+    QStringList seen;
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [&] {
+            seen.clear();
+            for (const QList<QVariant> &s : status)
+                seen << s.at(0).toJsonObject().value("state").toString();
+            return seen.contains("lost") && m.state() == Module::State::Open;
+        }(),
+        kOpenMs + 5000);
+    QSignalSpy targets(&m, &Module::targetsReport);
+    QVERIFY(targets.wait(kOpenMs));
+    // The report is the new module's person.
+    const QJsonArray people = targets.last().at(0).toJsonObject().value("targets").toArray();
+    QCOMPARE(people.size(), 1);
+    QCOMPARE(people.first().toArray().first().toDouble(), -1.0);
 }
 
 void TestModule::destroyedWithWritesWaiting()

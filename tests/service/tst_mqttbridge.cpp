@@ -104,6 +104,7 @@ private slots:
                            "1,0,-1,5,1,3", "--area", "2,1,4,7,5,6"}));
         TestSubscriber &live = *rig.live;
         QCOMPARE(rig.bridge->connectionState(), QStringLiteral("connected"));
+        QCOMPARE(rig.module->status().value("mqtt").toString(), QStringLiteral("connected"));
         QVERIFY(live.waitFor("orv/m1/presence", "ON"));
         QVERIFY(live.waitFor("orv/m1/count", "2"));
         QVERIFY(live.waitFor("orv/m1/area/1/occupancy", "ON"));
@@ -311,10 +312,15 @@ private slots:
         Rig rig;
         QVERIFY(rig.start({"--rate", "10", "--fixed", "0,4"}));
         QSignalSpy states(rig.bridge.get(), &MqttBridge::connectionStateChanged);
+        QSignalSpy statuses(rig.module.get(), &Module::statusChanged);
         rig.live.reset();
         rig.broker.stop();
         QTRY_COMPARE_WITH_TIMEOUT(rig.bridge->connectionState(), QStringLiteral("connecting"),
                                   kWaitMs);
+        // The HTTP viewers see the broker's state in the module's status.
+        QTRY_VERIFY_WITH_TIMEOUT(!statuses.isEmpty(), kWaitMs);
+        QCOMPARE(statuses.last().at(0).toJsonObject().value("mqtt").toString(),
+                 QStringLiteral("connecting"));
         QVERIFY(rig.broker.start()); // no persistence: the broker forgot every retained topic
         QTRY_COMPARE_WITH_TIMEOUT(rig.bridge->connectionState(), QStringLiteral("connected"),
                                   kWaitMs);
