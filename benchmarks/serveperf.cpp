@@ -281,16 +281,6 @@ std::map<std::string, Clock> threadTimes(pid_t pid)
     return out;
 }
 
-// Frames the service's modules took in, summed (its /metrics).
-long framesTaken(int port)
-{
-    const std::string metrics = httpGet(port, "/metrics");
-    long total = 0;
-    for (size_t at = 0; (at = metrics.find("\norv_frames_total{", at)) != std::string::npos; ++at)
-        total += std::atol(metrics.c_str() + metrics.find('}', at) + 1);
-    return total;
-}
-
 long statusField(pid_t pid, const char *field) // kB or count from /proc/PID/status
 {
     FILE *f = std::fopen(("/proc/" + std::to_string(pid) + "/status").c_str(), "r");
@@ -367,6 +357,16 @@ std::string httpGet(int port, const std::string &path)
         answer.append(buffer, size_t(n));
     ::close(s);
     return answer;
+}
+
+// Frames the service's modules took in, summed (its /metrics).
+long framesTaken(int port)
+{
+    const std::string metrics = httpGet(port, "/metrics");
+    long total = 0;
+    for (size_t at = 0; (at = metrics.find("\norv_frames_total{", at)) != std::string::npos; ++at)
+        total += std::atol(metrics.c_str() + metrics.find('}', at) + 1);
+    return total;
 }
 
 // ---- the service ------------------------------------------------------------
