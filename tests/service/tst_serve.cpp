@@ -432,6 +432,21 @@ private slots:
         QVERIFY2(clock.elapsed() >= 5000, "closed before its time");
     }
 
+    void writeWithoutAnswer()
+    {
+        // The module stops answering (radar-sim frozen): the write times out.
+        QVERIFY(waitForState("open", 10000));
+        const pid_t simPid = pid_t(sim.process.processId());
+        QCOMPARE(::kill(simPid, SIGSTOP), 0);
+        const HttpAnswer write =
+            send("PUT", "/api/modules/" + id + "/display", R"({"display":"track"})");
+        ::kill(simPid, SIGCONT);
+        CHECK_ERROR(write, 504);
+        QVERIFY2(object(write.body).value("error").toString().contains("no answer"),
+                 qPrintable(write.describe()));
+        QVERIFY2(waitForState("open", 15000), qPrintable(state()));
+    }
+
     void writeWhileLost()
     {
         EventReader viewer;
