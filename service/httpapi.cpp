@@ -127,10 +127,11 @@ void HttpApi::addModule(Module *module)
             [hub](const QJsonObject &o) { hub->publish(EventKind::Status, compact(o)); });
     connect(module, &Module::configChanged, this,
             [hub](const QJsonObject &o) { hub->publish(EventKind::Config, compact(o)); });
-    connect(module, &Module::targetsReport, this,
-            [hub](const QJsonObject &o) { hub->publish(EventKind::Targets, compact(o)); });
-    connect(module, &Module::areasReport, this,
-            [hub](const QJsonObject &o) { hub->publish(EventKind::Areas, compact(o)); });
+    // Reports go out as watch's jsonl text, without parsing them again.
+    connect(module, &Module::targetsLine, this,
+            [hub](const QByteArray &json) { hub->publish(EventKind::Targets, json); });
+    connect(module, &Module::areasLine, this,
+            [hub](const QByteArray &json) { hub->publish(EventKind::Areas, json); });
     modules.push_back(std::move(served));
 }
 

@@ -16,13 +16,15 @@
 #include <QFileInfo>
 #include <QFileSystemWatcher>
 #include <QJsonDocument>
+#include <QMetaMethod>
 #include <QTimer>
 
 namespace
 {
 
-// How often an open module is checked for silence.
-constexpr int kSilenceCheckMs = 250;
+// How often an open module is checked for silence: "silent" comes at most
+// this long after the 3 s without a frame; each check wakes the process.
+constexpr int kSilenceCheckMs = 500;
 // Retries of a failed first read of areas and display, while open.
 constexpr int kReadRetryMs = 5000;
 
@@ -219,13 +221,23 @@ void Module::onFrame(const QByteArray &frame)
     QByteArray line;
     if (!formatter->append(line, now, frame))
         return;
-    const QJsonObject record = objectOf(line);
+    if (line.endsWith('\n'))
+        line.chop(1);
     if (code == TargetReport) {
-        lastTargets = record;
-        emit targetsReport(record);
+        lastTargetsLine = line;
+        emit targetsLine(line);
+        if (isSignalConnected(QMetaMethod::fromSignal(&Module::targetsReport)))
+            emit targetsReport(objectOf(line));
     } else {
-        emit areasReport(record);
+        emit areasLine(line);
+        if (isSignalConnected(QMetaMethod::fromSignal(&Module::areasReport)))
+            emit areasReport(objectOf(line));
     }
+}
+
+QJsonObject Module::latestTargets() const
+{
+    return objectOf(lastTargetsLine);
 }
 
 void Module::checkSilence()

@@ -96,7 +96,7 @@ public:
     // Changes whenever the areas or the display change ("\"...\"").
     QByteArray etag() const;
     // The latest targets record (the `watch --format jsonl` record), or empty.
-    QJsonObject latestTargets() const { return lastTargets; }
+    QJsonObject latestTargets() const;
     // Times the module came back open after being lost, busy or unreadable.
     qint64 reconnects() const;
 
@@ -138,6 +138,11 @@ signals:
     void targetsReport(const QJsonObject &record);
     // Every code-8 report, the watch jsonl record.
     void areasReport(const QJsonObject &record);
+    // The same records as the text of watch's jsonl lines (no line end), for
+    // those that pass them on as they are; the parsed records above are made
+    // only while something is connected to them.
+    void targetsLine(const QByteArray &json);
+    void areasLine(const QByteArray &json);
 
 private:
     void setState(State state);
@@ -191,5 +196,5 @@ private:
     std::unique_ptr<ModuleAreas> held; // what the module held at the last read
     QJsonObject config;                // the area file of what the module holds
     QByteArray configTag;
-    QJsonObject lastTargets;
+    QByteArray lastTargetsLine;
 };

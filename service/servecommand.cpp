@@ -228,7 +228,9 @@ int ServeCommand::run(CliContext &context)
         if (Interrupt::requested())
             QCoreApplication::quit();
     });
-    interruptPoll.start(50);
+    // Often enough to end well within 2 s of a signal; every look wakes the
+    // process, which is most of what it costs between reports.
+    interruptPoll.start(250);
 
     QCoreApplication::exec();
 
