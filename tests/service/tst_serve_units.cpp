@@ -355,7 +355,7 @@ private slots:
         QVERIFY(ListenAddress::parse("[::1]:0", &a, &error));
         QVERIFY(a.isLoopback());
         QCOMPARE(a.hostAndPort(5), QString("[::1]:5"));
-        QVERIFY(ListenAddress::parse("0.0.0.0:80", &a, &error));
+        QVERIFY(ListenAddress::parse("[::]:80", &a, &error));
         QVERIFY(!a.isLoopback());
         QVERIFY(a.isWildcard());
         QVERIFY(ListenAddress::parse("192.168.4.1:80", &a, &error));

@@ -66,8 +66,8 @@ void addOptions(QCommandLineParser &parser)
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
     parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsOptions);
     parser.addOption({{"h", "help"}, QString()});
-    for (const OptionSpec &spec : kOptions)
-        parser.addOption({spec.name, QString(), spec.valueName});
+    for (const OptionSpec &option : kOptions)
+        parser.addOption({option.name, QString(), option.valueName});
 }
 
 // The parser's own findings, in radar-sim's words: unknown options as typed,
