@@ -9,6 +9,7 @@
 #include "tests/e2e/e2esession.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
@@ -168,15 +169,27 @@ bool TestE2eWine::photograph(const QString &program, int languageIndex, Layout *
         QString("e2e-%1-%2.png").arg(program.isEmpty() ? "linux" : "wine").arg(languageIndex));
     // Wine's first start in a new prefix sets the prefix up first.
     const bool ok = s.startXvfb() && s.prepareRunDir(9600, languageIndex) && s.startTool() &&
-                    s.waitForWindow(program.isEmpty() ? 20000 : 120000) &&
-                    s.screenshot(path, &shot);
+                    s.waitForWindow(program.isEmpty() ? 20000 : 120000);
     if (!ok) {
         *error = s.error();
         return false;
     }
+    // The window is up; on a loaded machine its plot may be painted a while
+    // after the rest: photographed again until it shows, within a bound.
     const QRect window = s.windowRect();
+    QElapsedTimer painting;
+    painting.start();
+    do {
+        if (!s.screenshot(path, &shot)) {
+            *error = s.error();
+            return false;
+        }
+        layout->plot = e2e::findPlot(shot, window);
+        if (layout->plot.valid())
+            break;
+        QTest::qWait(200);
+    } while (painting.elapsed() < 60000);
     layout->window = window.size();
-    layout->plot = e2e::findPlot(shot, window);
     layout->plot.left -= window.x();
     layout->plot.right -= window.x();
     layout->plot.top -= window.y();
