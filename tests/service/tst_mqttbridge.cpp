@@ -409,6 +409,9 @@ private slots:
         const QString held = rig.module->areaFile().value("display").toString();
         const QByteArray other = held == QLatin1String("track") ? "area" : "track";
         QVERIFY(rig.live->client.publish(MqttMessage{"orv/m1/display/set", other, true}));
+        // Held by the broker once it has passed it on: only then is it what a
+        // new subscription finds retained, rather than a live command.
+        QVERIFY(rig.live->waitFor("orv/m1/display/set", other, kWaitMs));
         const QByteArray tag = rig.module->etag();
         const int results = rig.live->on("orv/m1/result").size();
 
